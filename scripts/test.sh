@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# The test command: installs what is missing, configures, builds and runs every test through CTest.
+#   BUILD_DIR   build folder (default: build)
+#   CI=true     warnings are errors, and a skipped test fails the run
+#   CTEST_ARGS  extra arguments for ctest, e.g. "-L test_logger"
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+
+scripts/install-deps.sh
+
+build=${BUILD_DIR:-build}
+werror=OFF
+if [ "${CI:-}" = "true" ]; then werror=ON; fi
+
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=ON -DVORN_WERROR=$werror \
+  ${CMAKE_ARGS:-}
+cmake --build "$build" -j "$(nproc)"
+
+log="$build/ctest.log"
+set +e
+(cd "$build" && ctest --output-on-failure -j "$(nproc)" --timeout 600 ${CTEST_ARGS:-}) 2>&1 | tee "$log"
+status=${PIPESTATUS[0]}
+set -e
+
+if [ "$status" -ne 0 ]; then
+  echo "test.sh: tests failed" >&2
+  exit "$status"
+fi
+if [ "${CI:-}" = "true" ] && grep -qE '\*\*\*Skipped|[1-9][0-9]* tests? skipped|Not Run' "$log"; then
+  echo "test.sh: a test was skipped or not run; in CI every test must run" >&2
+  exit 1
+fi
+echo "test.sh: all tests passed ($root/$build)"

@@ -1,0 +1,54 @@
+// Loads the built plug-in with dlopen in a forked child, exactly as the host daemon loads it, and
+// runs a test body there. The plug-in connects to Redis and the bus at load time, so every load
+// gets a fresh process with the environment the parent prepared.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "core/DataBlock.h"
+
+namespace orv {
+namespace test {
+
+class LoadedPlugin
+{
+public:
+    using InitFn = void* (*)();
+    using HandleCallFn = DataBlock* (*)(void*, DataBlock*);
+
+    InitFn init = nullptr;
+    HandleCallFn handleCall = nullptr;
+
+    // Sends a request the way a host does: a zeroed block of its own with the id and the payload.
+    // The reply (or null) is the caller's to free with freeReply.
+    DataBlock* request(void* handle, int id, void const* payload);
+    static void freeReply(DataBlock* reply);
+
+    // Bytes for the parent, read back as ChildResult::output.
+    void send(void const* data, size_t size);
+    void send(std::string const& text) { send(text.data(), text.size()); }
+
+    int outFd = -1;
+};
+
+struct ChildResult
+{
+    bool exited = false;   // ended through exit, with exitCode
+    int exitCode = -1;
+    int signal = 0;        // the signal that ended it, or 0
+    bool timedOut = false; // killed by the parent after the time limit
+    std::string output;    // what the body sent
+    std::string errors;    // what the child wrote to standard error
+};
+
+std::string pluginPath(); // KV_PLUGIN, or the library this build made
+
+// Runs body in a child that has loaded the plug-in; body's result is the child's exit code. A
+// child still running after timeoutMs is killed.
+ChildResult runWithPlugin(std::function<int(LoadedPlugin&)> const& body, int timeoutMs = 60000,
+                          std::string const& path = pluginPath());
+
+} // namespace test
+} // namespace orv

@@ -1,0 +1,165 @@
+#include "RedisServer.h"
+
+#include <chrono>
+#include <csignal>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <hiredis/hiredis.h>
+
+namespace orv {
+namespace test {
+namespace {
+
+RedisReply convert(redisReply const* reply)
+{
+    RedisReply out;
+    if (reply == nullptr)
+        return out;
+    out.type = reply->type;
+    out.integer = reply->integer;
+    if (reply->str != nullptr)
+        out.str.assign(reply->str, reply->len);
+    for (size_t i = 0; i < reply->elements; ++i)
+        out.elements.push_back(convert(reply->element[i]));
+    return out;
+}
+
+bool accepts(std::string const& socketPath)
+{
+    redisContext* c = redisConnectUnix(socketPath.c_str());
+    bool ok = c != nullptr && c->err == 0;
+    if (c != nullptr)
+        redisFree(c);
+    return ok;
+}
+
+} // namespace
+
+RedisServer::RedisServer(std::string socketPath)
+{
+    if (socketPath.empty()) {
+        m_dir = std::make_unique<TempDir>("kv-redis");
+        socketPath = m_dir->file("redis.sock");
+    }
+    m_socketPath = socketPath;
+
+    m_pid = fork();
+    if (m_pid < 0)
+        throw std::runtime_error("fork failed");
+    if (m_pid == 0) {
+        execlp("redis-server", "redis-server", "--port", "0", "--unixsocket", m_socketPath.c_str(),
+               "--unixsocketperm", "700", "--save", "", "--appendonly", "no", "--daemonize", "no",
+               "--loglevel", "warning", "--logfile", "", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!accepts(m_socketPath)) {
+        int status = 0;
+        if (waitpid(m_pid, &status, WNOHANG) == m_pid) {
+            m_pid = -1;
+            throw std::runtime_error("redis-server exited at start (is it installed?)");
+        }
+        if (std::chrono::steady_clock::now() > deadline) {
+            stop();
+            throw std::runtime_error("redis-server did not open " + m_socketPath + " in time");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+RedisServer::~RedisServer()
+{
+    stop();
+}
+
+void RedisServer::stop()
+{
+    if (m_client != nullptr) {
+        redisFree(m_client);
+        m_client = nullptr;
+    }
+    if (m_pid <= 0)
+        return;
+    kill(m_pid, SIGTERM);
+    int status = 0;
+    waitpid(m_pid, &status, 0);
+    m_pid = -1;
+    unlink(m_socketPath.c_str());
+}
+
+redisContext* RedisServer::client()
+{
+    if (m_client == nullptr) {
+        m_client = redisConnectUnix(m_socketPath.c_str());
+        if (m_client == nullptr || m_client->err != 0)
+            throw std::runtime_error("test client cannot reach " + m_socketPath);
+    }
+    return m_client;
+}
+
+RedisReply RedisServer::command(std::vector<std::string> const& args)
+{
+    std::vector<char const*> argv;
+    std::vector<size_t> lengths;
+    for (auto const& a : args) {
+        argv.push_back(a.data());
+        lengths.push_back(a.size());
+    }
+    auto* reply = static_cast<redisReply*>(
+        redisCommandArgv(client(), static_cast<int>(argv.size()), argv.data(), lengths.data()));
+    if (reply == nullptr)
+        throw std::runtime_error("redis command failed: " + args.front());
+    RedisReply out = convert(reply);
+    freeReplyObject(reply);
+    return out;
+}
+
+std::vector<std::string> RedisServer::lrange(std::string const& key, int first, int last)
+{
+    std::vector<std::string> out;
+    for (auto const& e : command({"LRANGE", key, std::to_string(first), std::to_string(last)}).elements)
+        out.push_back(e.str);
+    return out;
+}
+
+long long RedisServer::llen(std::string const& key)
+{
+    return command({"LLEN", key}).integer;
+}
+
+std::optional<std::string> RedisServer::hget(std::string const& key, std::string const& field)
+{
+    RedisReply r = command({"HGET", key, field});
+    if (r.type != REDIS_REPLY_STRING)
+        return std::nullopt;
+    return r.str;
+}
+
+void RedisServer::hset(std::string const& key, std::string const& field, std::string const& value)
+{
+    command({"HSET", key, field, value});
+}
+
+long long RedisServer::publish(std::string const& channel, std::string const& message)
+{
+    return command({"PUBLISH", channel, message}).integer;
+}
+
+void RedisServer::del(std::string const& key)
+{
+    command({"DEL", key});
+}
+
+RedisEnvironment::RedisEnvironment()
+    : m_dir("kv-env"), m_cache(m_dir.file("cache.sock")), m_permanent(m_dir.file("perm.sock")),
+      m_cacheEnv("ORV_REDIS_CACHE_SOCKET", m_cache.socketPath()),
+      m_permanentEnv("ORV_REDIS_SOCKET", m_permanent.socketPath())
+{
+}
+
+} // namespace test
+} // namespace orv

@@ -1,0 +1,25 @@
+// A private directory under /tmp, removed with everything in it when the object goes.
+#pragma once
+
+#include <string>
+
+namespace orv {
+namespace test {
+
+class TempDir
+{
+public:
+    explicit TempDir(char const* prefix = "kv");
+    ~TempDir();
+    TempDir(TempDir const&) = delete;
+    TempDir& operator=(TempDir const&) = delete;
+
+    std::string const& path() const { return m_path; }
+    std::string file(std::string const& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path; // short on purpose: Unix socket paths are limited to 107 bytes
+};
+
+} // namespace test
+} // namespace orv
