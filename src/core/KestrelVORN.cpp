@@ -9,8 +9,12 @@ using orv::Logger::RedisLogger;
 
 KestrelVORN::KestrelVORN() : m_logger("KSCOM", orv::Paths::redisCacheSocket().c_str(), "LOG:ENTRIES", true)
 {
-    // Commands are added here in the order of the protocol's command table; command objects are
-    // never deleted, only the table's nodes.
+    // Commands are added in the order of the protocol's command table; command objects are never
+    // deleted, only the table's nodes.
+    // [20 device info]
+    // [2 4 5 result ids]
+    // [9 10 12 11 14 17 22 device commands]
+    // [26 27 formatting]
 }
 
 KestrelVORN::~KestrelVORN() = default;
