@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
