@@ -6,10 +6,10 @@
 
 struct DataBlock
 {
-    unsigned char* data;     // request: the command's argument record; reply: malloc'd payload
-    uint32_t reserved0[3];   // zero in replies, never read
-    int32_t command;         // request: command id; reply: reply code
-    uint32_t reserved1[4];   // zero in replies, never read
+    unsigned char* data;   // request: the command's argument record; reply: malloc'd payload
+    uint32_t reserved0[3]; // zero in replies, never read
+    int32_t command;       // request: command id; reply: reply code
+    uint32_t reserved1[4]; // zero in replies, never read
 };
 
 // The host is a separate program compiled for the camera, so on the 32-bit target the layout is an

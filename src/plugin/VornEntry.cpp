@@ -12,7 +12,8 @@ extern "C" __attribute__((visibility("default"))) void* VORN_init()
     return &g_kestrelVorn;
 }
 
-extern "C" __attribute__((visibility("default"))) DataBlock* VORN_handle_call(void* handle, DataBlock* request)
+extern "C" __attribute__((visibility("default"))) DataBlock* VORN_handle_call(void* handle,
+                                                                              DataBlock* request)
 {
     if (handle == nullptr || request == nullptr)
         return nullptr;

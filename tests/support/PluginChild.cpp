@@ -6,10 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <stdexcept>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -94,7 +94,8 @@ std::string readFile(std::string const& path)
 
 } // namespace
 
-ChildResult runWithPlugin(std::function<int(LoadedPlugin&)> const& body, int timeoutMs, std::string const& path)
+ChildResult runWithPlugin(std::function<int(LoadedPlugin&)> const& body, int timeoutMs,
+                          std::string const& path)
 {
     TempDir dir("kv-child");
     std::string const errorsPath = dir.file("stderr");
@@ -119,7 +120,8 @@ ChildResult runWithPlugin(std::function<int(LoadedPlugin&)> const& body, int tim
     auto const deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     char buffer[65536];
     for (;;) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
+                                                                          std::chrono::steady_clock::now());
         if (left.count() <= 0) {
             result.timedOut = true;
             kill(pid, SIGKILL);

@@ -35,7 +35,7 @@ public:
 
 struct ChildResult
 {
-    bool exited = false;   // ended through exit, with exitCode
+    bool exited = false; // ended through exit, with exitCode
     int exitCode = -1;
     int signal = 0;        // the signal that ended it, or 0
     bool timedOut = false; // killed by the parent after the time limit

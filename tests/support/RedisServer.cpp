@@ -158,8 +158,7 @@ RedisEnvironment::RedisEnvironment()
     : m_dir("kv-env"), m_cache(m_dir.file("cache.sock")), m_permanent(m_dir.file("perm.sock")),
       m_cacheEnv("ORV_REDIS_CACHE_SOCKET", m_cache.socketPath()),
       m_permanentEnv("ORV_REDIS_SOCKET", m_permanent.socketPath())
-{
-}
+{}
 
 } // namespace test
 } // namespace orv

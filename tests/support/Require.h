@@ -17,11 +17,11 @@ inline bool runningInCi()
 } // namespace test
 } // namespace orv
 
-#define KV_REQUIRE(condition, why)                                                                          \
-    do {                                                                                                    \
-        if (!(condition)) {                                                                                 \
-            if (::orv::test::runningInCi())                                                                 \
-                FAIL() << "cannot run in CI: " << (why);                                                    \
-            GTEST_SKIP() << (why);                                                                          \
-        }                                                                                                   \
+#define KV_REQUIRE(condition, why)                                                                           \
+    do {                                                                                                     \
+        if (!(condition)) {                                                                                  \
+            if (::orv::test::runningInCi())                                                                  \
+                FAIL() << "cannot run in CI: " << (why);                                                     \
+            GTEST_SKIP() << (why);                                                                           \
+        }                                                                                                    \
     } while (0)

@@ -1,0 +1,260 @@
+#include "HostCommand.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+
+#include <QJsonArray>
+#include <QJsonDocument>
+
+#include "core/VornStatus.h"
+
+namespace vornhost {
+
+Reply::~Reply()
+{
+    if (m_block != nullptr) {
+        free(m_block->data);
+        free(m_block);
+    }
+}
+
+int32_t Reply::status() const
+{
+    if (payload() == nullptr)
+        return orv::VornStatus::GenericFailure;
+    int32_t status;
+    memcpy(&status, payload(), sizeof status);
+    return status;
+}
+
+Plugin::Plugin(std::string const& path) : m_path(path)
+{
+    // Loading runs the plug-in's static initialisation: it connects to Redis and the bus here.
+    m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (m_library == nullptr)
+        throw std::runtime_error(std::string("cannot load the plug-in: ") + dlerror());
+    auto init = reinterpret_cast<void* (*)()>(dlsym(m_library, "VORN_init"));
+    m_handleCall = reinterpret_cast<DataBlock* (*)(void*, DataBlock*)>(dlsym(m_library, "VORN_handle_call"));
+    if (init == nullptr || m_handleCall == nullptr)
+        throw std::runtime_error(path + " does not export VORN_init and VORN_handle_call");
+    m_handle = init();
+}
+
+Plugin::~Plugin()
+{
+    if (m_library != nullptr)
+        dlclose(m_library);
+}
+
+Reply Plugin::call(int id, void const* payload)
+{
+    DataBlock request;
+    memset(&request, 0, sizeof request);
+    request.command = id;
+    request.data = static_cast<unsigned char*>(const_cast<void*>(payload));
+    return Reply(m_handleCall(m_handle, &request));
+}
+
+bool Args::flag(char const* name)
+{
+    for (auto it = m_words.begin(); it != m_words.end(); ++it) {
+        if (*it == name) {
+            m_words.erase(it);
+            return true;
+        }
+    }
+    return false;
+}
+
+std::optional<std::string> Args::option(char const* name)
+{
+    for (auto it = m_words.begin(); it != m_words.end(); ++it) {
+        if (*it == name) {
+            if (it + 1 == m_words.end())
+                throw UsageError(std::string(name) + " needs a value");
+            std::string value = *(it + 1);
+            m_words.erase(it, it + 2);
+            return value;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string const& Args::at(size_t index, char const* what) const
+{
+    if (index >= m_words.size())
+        throw UsageError(std::string("missing ") + what);
+    return m_words[index];
+}
+
+int Args::integer(size_t index, char const* what) const
+{
+    std::string const& word = at(index, what);
+    char* end = nullptr;
+    long value = strtol(word.c_str(), &end, 0);
+    if (word.empty() || *end != '\0' || value < INT32_MIN || value > INT32_MAX)
+        throw UsageError(std::string(what) + " must be an integer, not \"" + word + "\"");
+    return static_cast<int>(value);
+}
+
+void Args::expectCount(size_t minimum, size_t maximum) const
+{
+    for (auto const& word : m_words) {
+        if (word.size() > 1 && word[0] == '-' && word[1] == '-')
+            throw UsageError("unknown option " + word);
+    }
+    if (m_words.size() < minimum)
+        throw UsageError("too few arguments");
+    if (m_words.size() > maximum)
+        throw UsageError("too many arguments");
+}
+
+void Output::field(QString const& name, QJsonValue const& value)
+{
+    if (!m_fields.contains(name))
+        m_order.append(name);
+    m_fields.insert(name, value);
+}
+
+void Output::reply(Reply const& reply)
+{
+    if (reply.empty()) {
+        field("reply", "none");
+        return;
+    }
+    field("replyCode", reply.replyCode());
+    field("status", QString::fromStdString(statusName(reply.status())));
+    field("statusCode", reply.status());
+}
+
+void Output::note(QString const& line)
+{
+    m_notes.append(line);
+}
+
+namespace {
+
+QString textOf(QJsonValue const& value)
+{
+    switch (value.type()) {
+    case QJsonValue::String:
+        return value.toString();
+    case QJsonValue::Double: {
+        double d = value.toDouble();
+        if (d == static_cast<double>(static_cast<long long>(d)))
+            return QString::number(static_cast<long long>(d));
+        return QString::number(d, 'g', 10);
+    }
+    case QJsonValue::Bool:
+        return value.toBool() ? "true" : "false";
+    case QJsonValue::Array:
+        return QString::fromUtf8(QJsonDocument(value.toArray()).toJson(QJsonDocument::Compact));
+    case QJsonValue::Object:
+        return QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact));
+    default:
+        return "null";
+    }
+}
+
+} // namespace
+
+void Output::print(bool oneLine) const
+{
+    if (m_json) {
+        auto format = oneLine ? QJsonDocument::Compact : QJsonDocument::Indented;
+        QByteArray text = QJsonDocument(m_fields).toJson(format);
+        fputs(text.trimmed().constData(), stdout);
+        fputc('\n', stdout);
+        return;
+    }
+    if (oneLine) {
+        QStringList parts;
+        for (auto const& name : m_order)
+            parts.append(name + "=" + textOf(m_fields.value(name)));
+        fprintf(stdout, "%s\n", parts.join(' ').toUtf8().constData());
+        return;
+    }
+    int width = 0;
+    for (auto const& name : m_order)
+        width = std::max(width, static_cast<int>(name.size()));
+    for (auto const& name : m_order)
+        fprintf(stdout, "%-*s  %s\n", width + 1, (name + ":").toUtf8().constData(),
+                textOf(m_fields.value(name)).toUtf8().constData());
+    for (auto const& line : m_notes)
+        fprintf(stdout, "%s\n", line.toUtf8().constData());
+}
+
+std::vector<Command>& registry()
+{
+    static std::vector<Command> all; // constructed on first use: registration runs at static init
+    return all;
+}
+
+bool registerCommand(Command const& command)
+{
+    registry().push_back(command);
+    return true;
+}
+
+std::vector<Command> const& commands()
+{
+    return registry();
+}
+
+Command const* findCommand(std::string const& name)
+{
+    for (auto const& c : registry()) {
+        if (name == c.name)
+            return &c;
+    }
+    return nullptr;
+}
+
+std::string statusName(int32_t status)
+{
+    using namespace orv::VornStatus;
+    switch (status) {
+    case Success:
+        return "success";
+    case DeviceFailure:
+        return "device-failure";
+    case GenericFailure:
+        return "generic-failure";
+    case RejectedArgument:
+        return "rejected-argument";
+    case DataNotAvailable:
+        return "data-not-available";
+    case InvalidIONumber:
+        return "invalid-io-number";
+    case PinNotInOutputMode:
+        return "pin-not-in-output-mode";
+    default:
+        return "unknown-" + std::to_string(status);
+    }
+}
+
+int exitCodeFor(Reply const& reply)
+{
+    return (!reply.empty() && reply.status() == orv::VornStatus::Success) ? 0 : 1;
+}
+
+QString hexDump(unsigned char const* data, size_t size)
+{
+    QString text;
+    for (size_t row = 0; row < size; row += 16) {
+        QString hex, ascii;
+        for (size_t i = row; i < row + 16; ++i) {
+            if (i < size) {
+                hex += QString("%1 ").arg(data[i], 2, 16, QChar('0'));
+                ascii += (data[i] >= 0x20 && data[i] < 0x7f) ? QChar(data[i]) : QChar('.');
+            } else {
+                hex += "   ";
+            }
+        }
+        text += QString("%1  %2 %3\n").arg(row, 8, 16, QChar('0')).arg(hex, ascii);
+    }
+    return text;
+}
+
+} // namespace vornhost

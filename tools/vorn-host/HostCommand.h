@@ -1,0 +1,132 @@
+// The pieces every vorn-host subcommand uses: the loaded plug-in, its replies, the subcommand's
+// words and the output. Each group of subcommands lives in a file of its own and registers itself
+// with a static registerCommand call.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QString>
+#include <QStringList>
+
+#include "core/DataBlock.h"
+
+namespace vornhost {
+
+// A wrong command line: printed with the subcommand's usage, exit code 2.
+struct UsageError : std::runtime_error
+{
+    using std::runtime_error::runtime_error;
+};
+
+// Owns one reply block and its payload and frees both with free(), as the host does.
+class Reply
+{
+public:
+    explicit Reply(DataBlock* block = nullptr) : m_block(block) {}
+    ~Reply();
+    Reply(Reply&& other) noexcept : m_block(other.m_block) { other.m_block = nullptr; }
+    Reply(Reply const&) = delete;
+    Reply& operator=(Reply const&) = delete;
+
+    bool empty() const { return m_block == nullptr; } // the plug-in gave no reply block
+    int32_t replyCode() const { return m_block ? m_block->command : 0; }
+    unsigned char const* payload() const { return m_block ? m_block->data : nullptr; }
+    // The status word; a missing payload reads as the generic failure.
+    int32_t status() const;
+    // The payload read as a record of the command's documented layout.
+    template <class T> T record() const
+    {
+        T value;
+        memcpy(&value, payload(), sizeof value);
+        return value;
+    }
+
+private:
+    DataBlock* m_block;
+};
+
+// The plug-in, loaded with dlopen and initialised with VORN_init.
+class Plugin
+{
+public:
+    explicit Plugin(std::string const& path); // throws std::runtime_error with the loader's text
+    ~Plugin();
+    Plugin(Plugin const&) = delete;
+    Plugin& operator=(Plugin const&) = delete;
+
+    // Sends one request the way the host does: a zeroed block with the id and the payload.
+    Reply call(int id, void const* payload);
+    std::string const& path() const { return m_path; }
+
+private:
+    std::string m_path;
+    void* m_library = nullptr;
+    void* m_handle = nullptr;
+    DataBlock* (*m_handleCall)(void*, DataBlock*) = nullptr;
+};
+
+// The subcommand's words after the subcommand name.
+class Args
+{
+public:
+    explicit Args(std::vector<std::string> words) : m_words(std::move(words)) {}
+
+    bool flag(char const* name);                         // --name, removed when present
+    std::optional<std::string> option(char const* name); // --name VALUE, removed when present
+    // Positional words, read after all options were taken.
+    size_t count() const { return m_words.size(); }
+    std::string const& at(size_t index, char const* what) const;
+    int integer(size_t index, char const* what) const;
+    void expectCount(size_t minimum, size_t maximum) const;
+
+private:
+    std::vector<std::string> m_words;
+};
+
+// Named fields of one reply, printed as "name: value" lines or as one JSON object (--json).
+class Output
+{
+public:
+    explicit Output(bool json) : m_json(json) {}
+
+    void field(QString const& name, QJsonValue const& value);
+    void reply(Reply const& reply); // reply code and status by name, or "no reply"
+    void note(QString const& line); // free text, shown in text mode only
+    // One line per field, or one compact JSON object when oneLine (the session mode).
+    void print(bool oneLine = false) const;
+    bool json() const { return m_json; }
+
+private:
+    bool m_json;
+    QStringList m_order;
+    QJsonObject m_fields;
+    QStringList m_notes;
+};
+
+struct Command
+{
+    char const* name;
+    char const* summary; // one line for the command list
+    char const* usage;   // the words after "vorn-host"
+    char const* example; // a complete command line
+    // Exit code: 0 when the reply reports success, 1 when it reports a failure or no reply came.
+    int (*run)(Plugin& plugin, Output& out, Args& args);
+};
+
+bool registerCommand(Command const& command);
+std::vector<Command> const& commands();
+Command const* findCommand(std::string const& name);
+
+std::string statusName(int32_t status);
+int exitCodeFor(Reply const& reply);
+QString hexDump(unsigned char const* data, size_t size);
+
+} // namespace vornhost
