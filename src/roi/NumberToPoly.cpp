@@ -1,0 +1,76 @@
+#include "roi/NumberToPoly.h"
+
+#include <cmath>
+
+#include "roi/RoiShapeModel.h"
+
+namespace orv {
+
+namespace {
+
+// Corners in a box of size 1 by 1 about the origin, y downwards, in drawing order.
+QPolygonF unitCell(NumberToPoly::Cell cell)
+{
+    QPolygonF corners;
+    switch (cell) {
+    case NumberToPoly::Cell::Longer:
+        corners << QPointF(-0.5, 0) << QPointF(-0.25, -0.5) << QPointF(0.25, -0.5) << QPointF(0.5, 0)
+                << QPointF(0.25, 0.5) << QPointF(-0.25, 0.5);
+        break;
+    case NumberToPoly::Cell::Shorter:
+        corners << QPointF(0, -0.5) << QPointF(0.5, -0.25) << QPointF(0.5, 0.25) << QPointF(0, 0.5)
+                << QPointF(-0.5, 0.25) << QPointF(-0.5, -0.25);
+        break;
+    case NumberToPoly::Cell::Right:
+        // The right half of a Shorter cell; the cut runs along the box's left side.
+        corners << QPointF(-0.5, -0.5) << QPointF(0.5, -0.25) << QPointF(0.5, 0.25) << QPointF(-0.5, 0.5);
+        break;
+    case NumberToPoly::Cell::Left:
+        corners << QPointF(0.5, -0.5) << QPointF(0.5, 0.5) << QPointF(-0.5, 0.25) << QPointF(-0.5, -0.25);
+        break;
+    }
+    return corners;
+}
+
+} // namespace
+
+QPolygonF NumberToPoly::regular(int corners, QPointF const& center, float diameter, float angle)
+{
+    QPolygonF ownFrame;
+    if (corners < 3)
+        return ownFrame;
+    float const radius = diameter / 2.0f;
+    for (int k = 0; k < corners; ++k) {
+        float const phi = deg2rad(360.0f * float(k) / float(corners));
+        ownFrame << QPointF(radius * std::cos(phi), radius * std::sin(phi));
+    }
+    return placed(ownFrame, center, angle);
+}
+
+QPolygonF NumberToPoly::honeycomb(Cell cell, QPointF const& center, QSizeF const& size, float angle)
+{
+    QPolygonF ownFrame = unitCell(cell);
+    for (QPointF& corner : ownFrame)
+        corner = QPointF(float(corner.x()) * float(size.width()), float(corner.y()) * float(size.height()));
+    return placed(ownFrame, center, angle);
+}
+
+QPolygonF NumberToPoly::placed(QPolygonF const& ownFrame, QPointF const& center, float angle)
+{
+    // With y downwards the usual rotation matrix turns clockwise on the image.
+    float const theta = deg2rad(angle);
+    float const c = std::cos(theta);
+    float const s = std::sin(theta);
+    float const cx = float(center.x());
+    float const cy = float(center.y());
+    QPolygonF onImage;
+    onImage.reserve(ownFrame.size());
+    for (QPointF const& p : ownFrame) {
+        float const x = float(p.x());
+        float const y = float(p.y());
+        onImage << QPointF(cx + x * c - y * s, cy + x * s + y * c);
+    }
+    return onImage;
+}
+
+} // namespace orv
