@@ -1,0 +1,25 @@
+// Triggers one image acquisition; the reply's status is the image service's own answer.
+#pragma once
+
+#include "core/VORNCommand.h"
+
+namespace orv {
+
+class IMirelConnector;
+namespace Logger {
+class RedisLogger;
+}
+
+class VORNAsyncTrigger : public VORNCommand
+{
+public:
+    VORNAsyncTrigger(IMirelConnector* connector, Logger::RedisLogger& logger);
+
+    DataBlock* execute(DataBlock const* request) override;
+
+private:
+    Logger::RedisLogger& m_logger;
+    IMirelConnector* m_connector; // may be null: every request then fails with the generic status
+};
+
+} // namespace orv

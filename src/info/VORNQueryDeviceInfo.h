@@ -1,0 +1,45 @@
+// Answers one item of the device's identity or network settings, selected by a text key.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include <cstdint>
+
+#include "core/VORNCommand.h"
+
+namespace orv {
+
+class IMirelConnector;
+class QueryDeviceInfo;
+namespace Logger {
+class RedisLogger;
+}
+
+class VORNQueryDeviceInfo : public VORNCommand
+{
+public:
+    VORNQueryDeviceInfo(IMirelConnector* connector, Logger::RedisLogger& logger);
+    ~VORNQueryDeviceInfo() override;
+
+    VORNQueryDeviceInfo(VORNQueryDeviceInfo const&) = delete;
+    VORNQueryDeviceInfo& operator=(VORNQueryDeviceInfo const&) = delete;
+
+    DataBlock* execute(DataBlock const* request) override;
+
+private:
+    Logger::RedisLogger& m_logger;
+    std::map<std::string, QueryDeviceInfo*> m_queries; // owned
+    IMirelConnector* m_connector;
+};
+
+struct VORNDeviceInfoReply
+{
+    int32_t status;
+    char key[256];   // not terminated when the key fills all 256 bytes
+    char value[256]; // likewise
+};
+
+static_assert(sizeof(VORNDeviceInfoReply) == 516, "device-info reply is 516 bytes");
+
+} // namespace orv
