@@ -1,0 +1,157 @@
+#include "format/VornFormatSettings.h"
+
+#include <QDebug>
+#include <QSet>
+
+namespace {
+
+bool equalsText(QVariant const& value, char const* text)
+{
+    return value == QVariant(QString::fromLatin1(text));
+}
+
+struct TypeName
+{
+    char const* text;
+    VornFormatSettings::Type type;
+};
+
+constexpr TypeName typeNames[] = {
+    {"string", VornFormatSettings::String}, {"int8", VornFormatSettings::Int8},
+    {"int16", VornFormatSettings::Int16},   {"int32", VornFormatSettings::Int32},
+    {"uint8", VornFormatSettings::UInt8},   {"uint16", VornFormatSettings::UInt16},
+    {"uint32", VornFormatSettings::UInt32}, {"float32", VornFormatSettings::Float32},
+    {"int64", VornFormatSettings::Int64},   {"uint64", VornFormatSettings::UInt64},
+};
+
+// Records the key as used and hands out its value; false when the key is absent.
+bool take(QMap<QString, QVariant> const& options, QSet<QString>& used, char const* key, QVariant& value)
+{
+    auto const it = options.constFind(QString::fromLatin1(key));
+    if (it == options.constEnd())
+        return false;
+    used.insert(it.key());
+    value = it.value();
+    return true;
+}
+
+} // namespace
+
+bool VornFormatSettings::isSigned() const
+{
+    return type == Int8 || type == Int16 || type == Int32 || type == Int64 || type == Float32;
+}
+
+void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const& options)
+{
+    QSet<QString> used;
+    QVariant value;
+
+    if (take(options, used, "dataencoding", value)) {
+        if (equalsText(value, "ascii"))
+            dataEncoding = Ascii;
+        else if (equalsText(value, "binary"))
+            dataEncoding = Binary;
+        else
+            qCritical() << "Unexpect value of 'dataencoding'" << value;
+    } else {
+        qWarning() << "Missing 'dataencoding' is missing";
+    }
+
+    if (take(options, used, "type", value)) {
+        bool known = false;
+        for (TypeName const& name : typeNames) {
+            if (equalsText(value, name.text)) {
+                type = name.type;
+                known = true;
+                break;
+            }
+        }
+        if (!known)
+            qCritical() << "Unexpect value of 'type'" << value;
+    } else {
+        qWarning() << "Missing 'type' is missing";
+    }
+
+    if (take(options, used, "scale", value))
+        scale = value.toFloat();
+    if (take(options, used, "offset", value))
+        offset = value.toFloat();
+
+    if (take(options, used, "order", value)) {
+        if (equalsText(value, "little")) {
+            byteOrder = LittleEndian;
+        } else if (equalsText(value, "big") || equalsText(value, "network")) {
+            byteOrder = BigEndian;
+        } else if (equalsText(value, "busdepending")) {
+            auto const bus = options.constFind(QStringLiteral("busEndianness"));
+            if (bus == options.constEnd()) {
+                qWarning() << "busEndianness not found in map";
+            } else {
+                qDebug().nospace() << "busEndianness Using: " << bus.value().toUInt();
+                byteOrder = bus.value().toUInt();
+            }
+        } else {
+            // The message names another key; readers of the device's logs know it this way.
+            qCritical() << "Unexpect value of 'alignment'" << value;
+        }
+    }
+    // Put there by the format-results command for every element, so never a leftover.
+    used.insert(QStringLiteral("busEndianness"));
+
+    if (take(options, used, "width", value))
+        width = value.toInt();
+
+    if (take(options, used, "fill", value)) {
+        QString const text = value.toString();
+        if (text.isEmpty())
+            qCritical() << "Unexpect empty value of 'fill'" << value;
+        else
+            fill = text.at(0).toLatin1();
+    }
+
+    if (take(options, used, "precision", value))
+        precision = value.toInt();
+
+    if (take(options, used, "displayformat", value)) {
+        if (equalsText(value, "fixed"))
+            displayFormat = 'f';
+        else if (equalsText(value, "scientific"))
+            displayFormat = 'e';
+        else
+            qCritical() << "Unexpect value of 'displayformat'" << value;
+    }
+
+    if (take(options, used, "alignment", value)) {
+        if (equalsText(value, "left"))
+            alignment = Left;
+        else if (equalsText(value, "right"))
+            alignment = Right;
+        else
+            qCritical() << "Unexpect value of 'alignment'" << value;
+    }
+
+    if (take(options, used, "decimalseparator", value)) {
+        QString const text = value.toString();
+        if (text.isEmpty())
+            qCritical() << "Unexpect empty value of 'fill'" << value; // sic: the established text
+        else
+            decimalSeparator = text.at(0).toLatin1();
+    }
+
+    if (take(options, used, "base", value)) {
+        int const requested = value.toInt();
+        if (requested >= 2 && requested <= 16)
+            base = requested;
+        else
+            qCritical() << "Unexpect value of 'base'" << value;
+    }
+
+    if (take(options, used, "numericfill", value))
+        numericFill = value.toBool();
+
+    QSet<QString> unused = QSet<QString>(options.keyBegin(), options.keyEnd());
+    unused.subtract(used);
+    if (!unused.isEmpty())
+        qCritical().nospace() << "WARNING: The VORN-Formatter-Settings contain unused elements: " << unused;
+}

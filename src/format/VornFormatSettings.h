@@ -1,0 +1,63 @@
+// The options of one element of an output-format description, parsed and checked: how one value
+// is written (text or raw bytes, which type, scaling, byte order, width, fill, notation, base).
+#pragma once
+
+#include <QMap>
+#include <QString>
+#include <QVariant>
+
+class VornFormatSettings
+{
+public:
+    // Numbers are part of the interface: the value formatter switches on them.
+    enum Type : int
+    {
+        String = 0,
+        Int8 = 1,
+        Int16 = 2,
+        Int32 = 3,
+        UInt8 = 4,
+        UInt16 = 5,
+        UInt32 = 6,
+        Float32 = 7,
+        Int64 = 8,
+        UInt64 = 9,
+    };
+    enum DataEncoding : int
+    {
+        Ascii = 0,
+        Binary = 1
+    };
+    enum Alignment : int
+    {
+        Left = 0,
+        Right = 1
+    };
+    enum ByteOrder : unsigned int
+    {
+        LittleEndian = 0,
+        BigEndian = 1
+    };
+
+    VornFormatSettings() = default;
+
+    // Takes every valid option of the map and reports every bad, missing or unknown one on the
+    // debug channel; a bad option keeps its default, so a partly wrong description still works.
+    void loadSettingsFromVariants(QMap<QString, QVariant> const& options);
+
+    bool isSigned() const;
+
+    Type type = String;
+    DataEncoding dataEncoding = Ascii;
+    float scale = 1.0f;
+    float offset = 0.0f;
+    unsigned int byteOrder = LittleEndian;
+    int width = 0;
+    char fill = ' ';
+    int precision = 6;
+    char displayFormat = 'f'; // 'f' fixed or 'e' scientific
+    Alignment alignment = Right;
+    char decimalSeparator = '.';
+    int base = 10;
+    bool numericFill = false;
+};
