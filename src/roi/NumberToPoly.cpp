@@ -1,5 +1,6 @@
 #include "roi/NumberToPoly.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "roi/RoiShapeModel.h"
@@ -7,6 +8,8 @@
 namespace orv {
 
 namespace {
+
+float const Pi = 3.1415927f;
 
 // Corners in a box of size 1 by 1 about the origin, y downwards, in drawing order.
 QPolygonF unitCell(NumberToPoly::Cell cell)
@@ -52,6 +55,23 @@ QPolygonF NumberToPoly::honeycomb(Cell cell, QPointF const& center, QSizeF const
     QPolygonF ownFrame = unitCell(cell);
     for (QPointF& corner : ownFrame)
         corner = QPointF(float(corner.x()) * float(size.width()), float(corner.y()) * float(size.height()));
+    return placed(ownFrame, center, angle);
+}
+
+QPolygonF NumberToPoly::ellipse(QPointF const& center, QSizeF const& size, float angle)
+{
+    float const a = std::fabs(float(size.width())) / 2.0f;
+    float const b = std::fabs(float(size.height())) / 2.0f;
+    // A chord over the angle step d strays about r * d * d / 8 from a circle of radius r; the flatter
+    // side of an ellipse is no more curved than the circle of its larger radius.
+    float const step = std::sqrt(8.0f * 0.05f / std::max(std::max(a, b), 1.0f));
+    int const corners = std::min(4096, std::max(16, int(std::ceil(2.0f * Pi / step))));
+    QPolygonF ownFrame;
+    ownFrame.reserve(corners);
+    for (int k = 0; k < corners; ++k) {
+        float const t = 2.0f * Pi * float(k) / float(corners);
+        ownFrame << QPointF(a * std::cos(t), b * std::sin(t));
+    }
     return placed(ownFrame, center, angle);
 }
 

@@ -29,6 +29,10 @@ public:
     // The cell stretched to fill a box of the given full width and height.
     static QPolygonF honeycomb(Cell cell, QPointF const& center, QSizeF const& size, float angle);
 
+    // The outline of an ellipse of the given full width and height, fine enough that no chord
+    // strays more than a twentieth of a pixel from the curve.
+    static QPolygonF ellipse(QPointF const& center, QSizeF const& size, float angle);
+
     // Points given in the shape's own frame (relative to its centre), turned and moved.
     static QPolygonF placed(QPolygonF const& ownFrame, QPointF const& center, float angle);
 };

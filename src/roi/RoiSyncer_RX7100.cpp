@@ -4,6 +4,8 @@
 #include <QPainter>
 #include <QPen>
 
+#include "roi/NumberToPoly.h"
+
 namespace orv {
 
 namespace {
@@ -63,15 +65,13 @@ void RoiSyncer_RX7100::paintShape(QPainter& painter, RoiShapeModel const& shape)
     case RoiShapeModel::RotatedRect:
         painter.drawPolygon(shape.calcRectPoints());
         break;
-    case RoiShapeModel::RotatedEllipse: {
-        QSizeF const size = shape.data(RoiShapeModel::SizeRole).toSizeF();
-        painter.save();
-        painter.translate(shape.data(RoiShapeModel::CenterRole).toPointF());
-        painter.rotate(shape.data(RoiShapeModel::AngleRole).toReal());
-        painter.drawEllipse(QRectF(-size.width() / 2, -size.height() / 2, size.width(), size.height()));
-        painter.restore();
+    case RoiShapeModel::RotatedEllipse:
+        // As a fine polygon rather than the painter's own ellipse, whose aliased outline of an
+        // unturned ellipse lands up to a pixel off the curve.
+        painter.drawPolygon(NumberToPoly::ellipse(shape.data(RoiShapeModel::CenterRole).toPointF(),
+                                                  shape.data(RoiShapeModel::SizeRole).toSizeF(),
+                                                  shape.data(RoiShapeModel::AngleRole).toFloat()));
         break;
-    }
     default:
         break;
     }
