@@ -4,16 +4,33 @@
 
 #include "core/Paths.h"
 #include "core/VORNCommand.h"
+#include "device/MirelDBusConnector.h"
+#include "device/VORNAsyncTrigger.h"
+#include "device/VORNGetApplicationList.h"
+#include "device/VORNGetIO.h"
+#include "device/VORNQueryStatisticInfo.h"
+#include "device/VORNSetApplication.h"
+#include "device/VORNSetIO.h"
+#include "device/VORNSyncTrigger.h"
+#include "info/VORNQueryDeviceInfo.h"
 
 using orv::Logger::RedisLogger;
 
-KestrelVORN::KestrelVORN() : m_logger("KSCOM", orv::Paths::redisCacheSocket().c_str(), "LOG:ENTRIES", true)
+KestrelVORN::KestrelVORN()
+    : m_logger("KSCOM", orv::Paths::redisCacheSocket().c_str(), "LOG:ENTRIES", true),
+      m_connector(new orv::MirelDBusConnector(m_logger))
 {
     // Commands are added in the order of the protocol's command table; command objects are never
     // deleted, only the table's nodes.
-    // [20 device info]
+    addCommand(20, new orv::VORNQueryDeviceInfo(m_connector, m_logger));
     // [2 4 5 result ids]
-    // [9 10 12 11 14 17 22 device commands]
+    addCommand(9, new orv::VORNAsyncTrigger(m_connector, m_logger));
+    addCommand(10, new orv::VORNSyncTrigger(m_connector, m_logger));
+    addCommand(12, new orv::VORNGetIO(m_connector, m_logger));
+    addCommand(11, new orv::VORNSetIO(m_connector, m_logger));
+    addCommand(14, new orv::VORNGetApplicationList(m_connector, m_logger));
+    addCommand(17, new orv::VORNSetApplication(m_connector, m_logger));
+    addCommand(22, new orv::VORNQueryStatisticInfo(m_connector, m_logger));
     // [26 27 formatting]
 }
 

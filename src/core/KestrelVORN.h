@@ -9,7 +9,8 @@
 
 namespace orv {
 class VORNCommand;
-}
+class IMirelConnector;
+} // namespace orv
 
 class KestrelVORN
 {
@@ -32,6 +33,7 @@ private:
     // Member order is the destruction order's reverse: connector, result manager, logger, table.
     std::map<int, orv::VORNCommand*> m_commands;
     orv::Logger::RedisLogger m_logger;
+    orv::IMirelConnector* m_connector; // made with new, never deleted, like the commands that use it
 };
 
 // Plain ordered lookup of a command id; inserts nothing.

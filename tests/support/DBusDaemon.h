@@ -1,0 +1,35 @@
+// A private dbus-daemon of type system in a temporary directory that allows everything, with
+// DBUS_SYSTEM_BUS_ADDRESS pointing at it for as long as the object lives.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <sys/types.h>
+
+#include "ScopedEnv.h"
+#include "TempDir.h"
+
+namespace orv {
+namespace test {
+
+class DBusDaemon
+{
+public:
+    // Starts the daemon and waits (with a deadline) for its socket; throws otherwise.
+    DBusDaemon();
+    ~DBusDaemon();
+    DBusDaemon(DBusDaemon const&) = delete;
+    DBusDaemon& operator=(DBusDaemon const&) = delete;
+
+    std::string const& address() const { return m_address; }
+    void stop(); // SIGTERM and wait; idempotent
+
+private:
+    TempDir m_dir;
+    std::string m_address;
+    pid_t m_pid = -1;
+    std::unique_ptr<ScopedEnv> m_env;
+};
+
+} // namespace test
+} // namespace orv
