@@ -12,6 +12,7 @@
 #include "device/VORNSetApplication.h"
 #include "device/VORNSetIO.h"
 #include "device/VORNSyncTrigger.h"
+#include "format/VornFormatterJsonValidator.h"
 #include "info/VORNQueryDeviceInfo.h"
 
 using orv::Logger::RedisLogger;
@@ -31,7 +32,8 @@ KestrelVORN::KestrelVORN()
     addCommand(14, new orv::VORNGetApplicationList(m_connector, m_logger));
     addCommand(17, new orv::VORNSetApplication(m_connector, m_logger));
     addCommand(22, new orv::VORNQueryStatisticInfo(m_connector, m_logger));
-    // [26 27 formatting]
+    // [26 format results]
+    addCommand(27, new orv::VornFormatterJsonValidator(m_logger));
 }
 
 KestrelVORN::~KestrelVORN() = default;

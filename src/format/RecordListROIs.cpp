@@ -1,0 +1,52 @@
+#include "format/RecordListROIs.h"
+
+#include <algorithm>
+
+#include <QDebug>
+
+#include "format/RecordRoi.h"
+
+namespace orv {
+
+RecordListROIs::RecordListROIs(ResultModel& model)
+{
+    if (!model.get(QStringLiteral("ROIs"), m_table)) {
+        qWarning() << "Requested RecordListROIs, but the model has no ROIs";
+        return;
+    }
+    m_keys = m_table.getKeys();
+    std::sort(m_keys.begin(), m_keys.end(),
+              [](QString const& a, QString const& b) { return a.toInt(nullptr, 10) < b.toInt(nullptr, 10); });
+    // After the keys on purpose: an updated ROI that was not among the ROIs is kept but not listed.
+    applyUpdates(model);
+}
+
+void RecordListROIs::applyUpdates(ResultModel& model)
+{
+    QVariant updated;
+    if (!model.get(QStringLiteral("ROIsUpdated"), updated))
+        return;
+    QVariantList const rois = updated.toMap().value(QStringLiteral("ROIs")).toList();
+    for (QVariant const& roi : rois) {
+        QVariantMap const fields = roi.toMap();
+        m_table.insert(fields.value(QStringLiteral("id")).toString(), fields);
+    }
+}
+
+int RecordListROIs::size() const
+{
+    return m_keys.size();
+}
+
+QSharedPointer<RecordInterface> RecordListROIs::getRecord(int index)
+{
+    if (index < 0 || index >= m_keys.size())
+        return QSharedPointer<RecordInterface>();
+    QString const& key = m_keys.at(index);
+    ResultModel roi;
+    if (!m_table.get(key, roi))
+        return QSharedPointer<RecordInterface>();
+    return QSharedPointer<RecordRoi>::create(roi, key.toInt(nullptr, 10));
+}
+
+} // namespace orv
