@@ -58,7 +58,9 @@ std::string pluginPath()
 
 namespace {
 
-int runChild(std::function<int(LoadedPlugin&)> const& body, std::string const& path, int outFd)
+// noexcept: an exception out of the plug-in's static initialisation (or the body) must end the child
+// the way it ends a host, not unwind into the forked copy of the test program.
+int runChild(std::function<int(LoadedPlugin&)> const& body, std::string const& path, int outFd) noexcept
 {
     LoadedPlugin plugin;
     plugin.outFd = outFd;
