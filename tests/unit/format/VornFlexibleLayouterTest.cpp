@@ -57,11 +57,12 @@ QByteArray layout(QSharedPointer<RecordInterface> record, char const* json, QVar
 
 TEST(VornFlexibleLayouter, WritesConstantsAsTheyStandAndHexBlobsAsBytes)
 {
-    auto record = recordWith({{"start", "ignored"}});
+    auto record = recordWith({{"start", "ignored"}, {"x", "rec"}});
     EXPECT_EQ(layout(record, R"({"elements":[{"type":"string","id":"start","value":"START"},
                                              {"type":"blob","value":"0d0a"},
-                                             {"type":"records","id":"none","value":"x"}]})"),
-              QByteArray("START\r\n"));
+                                             {"type":"records","id":"none","value":"x"},
+                                             {"type":"string","id":"x","value":null}]})"),
+              QByteArray("START\r\nrec"));
 }
 
 TEST(VornFlexibleLayouter, WritesValuesAndBlobsInElementOrderWithoutSeparators)
