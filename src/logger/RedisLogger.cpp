@@ -13,7 +13,7 @@ namespace orv {
 namespace Logger {
 namespace {
 
-using Lock = std::lock_guard<std::timed_mutex>;
+using Lock = std::lock_guard<std::mutex>;
 
 // vsnprintf into the entry-sized buffer; a longer message is cut to kEntrySize - 1 characters.
 unsigned int formatMessage(char* buffer, char const* format, va_list args)

@@ -1,6 +1,7 @@
 #include "logger/RedisLoggerPimpl.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <cstdint>
@@ -130,9 +131,9 @@ RedisLoggerPimpl::~RedisLoggerPimpl()
         redisFree(context);
 }
 
-std::timed_mutex& RedisLoggerPimpl::loggerMutex()
+std::mutex& RedisLoggerPimpl::loggerMutex()
 {
-    static auto* mutex = new std::timed_mutex;
+    static auto* mutex = new std::mutex;
     return *mutex;
 }
 
@@ -450,12 +451,13 @@ void RedisLoggerPimpl::configThreadCb(redisAsyncContext*, void* replyData, void*
         return;
     // The last logger's destructor holds the lock while it waits for this thread to end; give up
     // on the message then instead of waiting for a lock that is not released before we return.
-    std::timed_mutex& mutex = loggerMutex();
-    while (!mutex.try_lock_for(std::chrono::milliseconds(20))) {
+    std::mutex& mutex = loggerMutex();
+    while (!mutex.try_lock()) {
         if (!g_threadStarted)
             return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    std::lock_guard<std::timed_mutex> lock(mutex, std::adopt_lock);
+    std::lock_guard<std::mutex> lock(mutex, std::adopt_lock);
     if (g_pimpls == nullptr)
         return;
     for (RedisLoggerPimpl* pimpl : *g_pimpls)

@@ -4,8 +4,10 @@
 #pragma once
 
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "logger/RedisLogger.h"
 
@@ -13,11 +15,6 @@ struct redisContext;
 struct redisAsyncContext;
 struct event_base;
 struct event;
-
-namespace std {
-class thread;
-class timed_mutex;
-} // namespace std
 
 namespace orv {
 namespace Logger {
@@ -66,7 +63,7 @@ public:
 
     // Process-wide lock over every logger operation. Never destroyed: loggers may outlive the
     // static objects of this library at process exit.
-    static std::timed_mutex& loggerMutex();
+    static std::mutex& loggerMutex();
     // Remembers texts written by logOnce; caller holds the logger mutex. True the first time.
     static bool firstTimeLogged(std::string const& text);
 
