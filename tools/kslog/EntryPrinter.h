@@ -1,0 +1,32 @@
+// Prints log entries for people (aligned columns, colours on a terminal) or for scripts (one JSON
+// object per line).
+#pragma once
+
+#include <cstdio>
+#include <map>
+#include <string>
+
+namespace kslog {
+
+class EntryPrinter
+{
+public:
+    using Entry = std::map<std::string, std::string>;
+
+    EntryPrinter(FILE* out, bool json, bool colour) : m_out(out), m_json(json), m_colour(colour) {}
+
+    void print(Entry const& entry) const;
+
+    // The message as it was logged: the stored escapes (\" \/ \\) undone.
+    static std::string unescape(std::string const& stored);
+
+private:
+    void printJson(Entry const& entry) const;
+    void printColumns(Entry const& entry) const;
+
+    FILE* m_out;
+    bool m_json;
+    bool m_colour;
+};
+
+} // namespace kslog

@@ -1,0 +1,89 @@
+#include "LuaFilter.h"
+
+#include <cctype>
+#include <cstdio>
+
+namespace kslog {
+namespace {
+
+std::string plainFind(std::string const& haystack, std::string const& needle)
+{
+    return "string.find(" + haystack + ", " + LuaFilter::quote(needle) + ", 1, true)";
+}
+
+} // namespace
+
+void LuaFilter::requireCategories(std::vector<std::string> const& categories)
+{
+    std::string any;
+    for (auto const& category : categories) {
+        if (!any.empty())
+            any += " or ";
+        any += plainFind("entry", "\"C\":\"" + category + "\"");
+    }
+    if (!any.empty())
+        m_terms.push_back(any);
+}
+
+void LuaFilter::requireSource(std::string const& source)
+{
+    m_terms.push_back(plainFind("entry", "\"S\":\"" + asStored(source) + "\""));
+}
+
+void LuaFilter::requireText(std::string const& text)
+{
+    // The message is the last member, so searching from its key on searches the message only.
+    m_terms.push_back(
+        plainFind("string.sub(entry, (string.find(entry, '\"M\":\"', 1, true) or 1) + 5)", asStored(text)));
+}
+
+void LuaFilter::requireExpression(std::string const& expression)
+{
+    m_terms.push_back(expression);
+}
+
+std::string LuaFilter::expression() const
+{
+    std::string all;
+    for (auto const& term : m_terms) {
+        if (!all.empty())
+            all += " and ";
+        all += "(" + term + ")";
+    }
+    return all;
+}
+
+std::string LuaFilter::quote(std::string const& bytes)
+{
+    std::string out = "'";
+    for (unsigned char c : bytes) {
+        if (c == '\'' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (isprint(c)) {
+            out += static_cast<char>(c);
+        } else {
+            char code[8];
+            snprintf(code, sizeof code, "\\%03u", c);
+            out += code;
+        }
+    }
+    return out + "'";
+}
+
+std::string LuaFilter::asStored(std::string const& text)
+{
+    std::string out;
+    for (unsigned char c : text) {
+        if (c >= 0x80 || !isprint(c)) {
+            out += '#';
+            continue;
+        }
+        if (c == '"' || c == '/' || c == '\\')
+            out += '\\';
+        out += static_cast<char>(c);
+    }
+    return out;
+}
+
+} // namespace kslog
