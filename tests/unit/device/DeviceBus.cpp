@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "Umockdev.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -19,6 +21,7 @@ DeviceBus& DeviceBus::instance()
 
 void DeviceBus::SetUp()
 {
+    WithoutUmockdevPreload servers;
     m_redis = std::make_unique<RedisEnvironment>();
     m_logger = std::make_unique<Logger::RedisLogger>("KSCOM", m_redis->cache().socketPath().c_str(),
                                                      "LOG:ENTRIES", false);
