@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "core/VornStatus.h"
@@ -19,8 +20,9 @@ DataBlock* VORNGetApplicationList::execute(DataBlock const*)
     auto* reply = static_cast<VORNApplicationListReply*>(malloc(sizeof(VORNApplicationListReply)));
     if (reply == nullptr)
         return create_DataBlock(ReplyCode::Default, nullptr);
+    // Unused slots are zero rather than stale heap contents sent to a client.
+    memset(reply, 0, sizeof *reply);
     reply->status = VornStatus::GenericFailure;
-    reply->count = 0;
     if (m_connector != nullptr) {
         std::vector<int> indices;
         reply->status = m_connector->getApplicationList(indices, reply->active);

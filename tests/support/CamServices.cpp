@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
@@ -37,8 +38,13 @@ MessagePtr control(char const* method, int first, ...)
 {
     DBusError error;
     dbus_error_init(&error);
+    // Opened by address rather than as "the system bus", so that libdbus remembers no bus address
+    // that a plug-in loaded later in a forked child would inherit.
+    char const* address = getenv("DBUS_SYSTEM_BUS_ADDRESS");
     std::unique_ptr<DBusConnection, ConnectionClose> connection(
-        dbus_bus_get_private(DBUS_BUS_SYSTEM, &error));
+        dbus_connection_open_private(address != nullptr ? address : "", &error));
+    if (connection && !dbus_bus_register(connection.get(), &error))
+        connection.reset();
     if (!connection) {
         std::string const text = error.message != nullptr ? error.message : "no bus";
         dbus_error_free(&error);
