@@ -1,0 +1,110 @@
+#include "resultsync/FrameClient.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include "core/Paths.h"
+#include "resultsync/FrameDirectory.h"
+#include "resultsync/FrameFormat.h"
+#include "resultsync/FrameName.h"
+#include "resultsync/MappedFrame.h"
+
+namespace orv {
+namespace resultsync {
+
+FrameClient::FrameClient(bool consume, std::string directory)
+    : m_directory(directory.empty() ? Paths::frameDir() : std::move(directory)), m_consume(consume)
+{
+    // The client may start before the camera has published anything; the directory is made here so
+    // that the watch can be set up at once and no frame is missed.
+    FrameDirectory::ensure(m_directory);
+    m_inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (m_inotify < 0 || inotify_add_watch(m_inotify, m_directory.c_str(), IN_MOVED_TO) < 0)
+        fprintf(stderr, "FrameClient: cannot watch %s: %s\n", m_directory.c_str(), strerror(errno));
+}
+
+FrameClient::~FrameClient()
+{
+    if (m_inotify >= 0)
+        close(m_inotify);
+}
+
+std::unique_ptr<Frame> FrameClient::waitForFrame(int ms)
+{
+    using Clock = std::chrono::steady_clock;
+    auto const deadline = Clock::now() + std::chrono::milliseconds(ms < 0 ? 0 : ms);
+    for (;;) {
+        // Events that arrive after this drain wake the wait below, so nothing published between
+        // the scan and the wait is missed.
+        drainEvents();
+        if (std::unique_ptr<Frame> frame = takeOldest())
+            return frame;
+        int left = -1;
+        if (ms >= 0) {
+            auto const remaining =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+            if (remaining.count() <= 0)
+                return nullptr;
+            left = static_cast<int>(remaining.count());
+        }
+        if (!waitForChange(left) && ms >= 0 && Clock::now() >= deadline)
+            return nullptr;
+    }
+}
+
+std::unique_ptr<Frame> FrameClient::takeOldest()
+{
+    for (FrameFile const& file : FrameDirectory::list(m_directory, FrameFormat::FramePrefix)) {
+        if (!m_consume && file.sequence <= m_lastSequence)
+            continue;
+        std::string path = m_directory + "/" + file.name;
+        if (m_consume) {
+            // The rename is the claim: of several clients exactly one succeeds, and a frame that
+            // the publisher dropped meanwhile is simply gone.
+            std::string const taken = m_directory + "/" + FrameName::taken(file.sequence, file.id);
+            if (rename(path.c_str(), taken.c_str()) != 0)
+                continue;
+            path = taken;
+        }
+        m_lastSequence = file.sequence;
+        std::unique_ptr<MappedFrame> frame = MappedFrame::open(path, m_consume);
+        if (frame)
+            return frame;
+        fprintf(stderr, "FrameClient: skipping unreadable frame %s\n", path.c_str());
+        if (m_consume)
+            unlink(path.c_str());
+    }
+    return nullptr;
+}
+
+bool FrameClient::waitForChange(int ms)
+{
+    if (m_inotify < 0) {
+        // Without a watch there is nothing to wait on; sleep in short steps instead of spinning.
+        usleep(static_cast<useconds_t>((ms < 0 || ms > 20 ? 20 : ms) * 1000));
+        return false;
+    }
+    pollfd p{m_inotify, POLLIN, 0};
+    int ready;
+    do {
+        ready = poll(&p, 1, ms);
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+void FrameClient::drainEvents()
+{
+    if (m_inotify < 0)
+        return;
+    alignas(inotify_event) char buffer[4096];
+    while (read(m_inotify, buffer, sizeof buffer) > 0) {
+    }
+}
+
+} // namespace resultsync
+} // namespace orv
