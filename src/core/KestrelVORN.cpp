@@ -12,19 +12,25 @@
 #include "device/VORNSetApplication.h"
 #include "device/VORNSetIO.h"
 #include "device/VORNSyncTrigger.h"
+#include "format/VORNFormatResults.h"
 #include "format/VornFormatterJsonValidator.h"
 #include "info/VORNQueryDeviceInfo.h"
+#include "results/VORNAcquireResultID.h"
+#include "results/VORNFreeRequestID.h"
+#include "results/VORNQueryResultData.h"
 
 using orv::Logger::RedisLogger;
 
 KestrelVORN::KestrelVORN()
     : m_logger("KSCOM", orv::Paths::redisCacheSocket().c_str(), "LOG:ENTRIES", true),
-      m_connector(new orv::MirelDBusConnector(m_logger))
+      m_resultManager(m_logger), m_connector(new orv::MirelDBusConnector(m_logger))
 {
     // Commands are added in the order of the protocol's command table; command objects are never
     // deleted, only the table's nodes.
     addCommand(20, new orv::VORNQueryDeviceInfo(m_connector, m_logger));
-    // [2 4 5 result ids]
+    addCommand(2, new orv::VORNQueryResultData(m_resultManager, m_logger));
+    addCommand(4, new orv::VORNAcquireResultID(m_resultManager, m_logger));
+    addCommand(5, new orv::VORNFreeRequestID(m_resultManager, m_logger));
     addCommand(9, new orv::VORNAsyncTrigger(m_connector, m_logger));
     addCommand(10, new orv::VORNSyncTrigger(m_connector, m_logger));
     addCommand(12, new orv::VORNGetIO(m_connector, m_logger));
@@ -32,7 +38,7 @@ KestrelVORN::KestrelVORN()
     addCommand(14, new orv::VORNGetApplicationList(m_connector, m_logger));
     addCommand(17, new orv::VORNSetApplication(m_connector, m_logger));
     addCommand(22, new orv::VORNQueryStatisticInfo(m_connector, m_logger));
-    // [26 format results]
+    addCommand(26, new orv::VORNFormatResults(m_resultManager, m_logger));
     addCommand(27, new orv::VornFormatterJsonValidator(m_logger));
 }
 

@@ -6,6 +6,7 @@
 
 #include "core/DataBlock.h"
 #include "logger/RedisLogger.h"
+#include "results/VORNResultManager.h"
 
 namespace orv {
 class VORNCommand;
@@ -33,6 +34,7 @@ private:
     // Member order is the destruction order's reverse: connector, result manager, logger, table.
     std::map<int, orv::VORNCommand*> m_commands;
     orv::Logger::RedisLogger m_logger;
+    orv::VORNResultManager m_resultManager;
     orv::IMirelConnector* m_connector; // made with new, never deleted, like the commands that use it
 };
 

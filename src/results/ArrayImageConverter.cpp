@@ -1,0 +1,172 @@
+#include "results/ArrayImageConverter.h"
+
+#include <cfloat>
+#include <climits>
+#include <cmath>
+
+namespace orv {
+
+ArrayImageConverter::ArrayImageConverter()
+{
+    setHelperValues();
+}
+
+void ArrayImageConverter::setSize(unsigned int width, unsigned int height)
+{
+    m_width = width;
+    m_height = height;
+}
+
+void ArrayImageConverter::setMinMax(float min, float max)
+{
+    m_min = min;
+    m_max = max;
+    setHelperValues();
+}
+
+void ArrayImageConverter::getMinMax(float& min, float& max)
+{
+    min = m_min;
+    max = m_max;
+}
+
+void ArrayImageConverter::setAutoMinMax(bool on)
+{
+    m_autoMinMax = on;
+}
+
+void ArrayImageConverter::setMinNotNegative(bool on)
+{
+    m_minNotNegative = on;
+}
+
+void ArrayImageConverter::setLogarithmic(bool on, float logParam)
+{
+    m_logarithmic = on;
+    m_logParam = logParam;
+}
+
+void ArrayImageConverter::setConverterParams(ConverterParams params)
+{
+    m_wrap = params.wrap;
+    m_logarithmic = params.logarithmic;
+    m_autoMinMax = params.autoMinMax;
+    m_minNotNegative = params.minNotNegative;
+    m_min = params.min;
+    m_max = params.max;
+    m_logParam = params.logParam;
+    setHelperValues();
+}
+
+void ArrayImageConverter::setTransparencyMap(QVector<bool> map)
+{
+    m_transparencyMap = map;
+}
+
+float ArrayImageConverter::scaleParameter() const
+{
+    return m_logParam > 0 ? m_logParam : m_range;
+}
+
+void ArrayImageConverter::setHelperValues()
+{
+    m_range = m_max - m_min;
+    m_logScale = 1.0f / std::log(scaleParameter() + 1.0f);
+}
+
+unsigned int ArrayImageConverter::convertPoint(float value)
+{
+    float t;
+    if (m_range != 0) {
+        t = (value - m_min) / m_range;
+        t = m_wrap ? std::fmod(t, 1.0f) : std::fmin(std::fmax(t, 0.0f), 1.0f);
+    } else {
+        t = value >= m_min ? 1.0f : 0.0f;
+        if (m_wrap)
+            t = std::fmod(t, 1.0f);
+    }
+    if (m_logarithmic)
+        t = std::log(1.0f + t * scaleParameter()) * m_logScale;
+
+    float const scaled = t * static_cast<float>(m_colorMapSize);
+    int index =
+        std::isnan(scaled) ? 0 : static_cast<int>(std::fmax(std::fmin(scaled, float(INT_MAX / 2)), -1.0f));
+    if (index >= m_colorMapSize)
+        index = m_colorMapSize - 1;
+    if (index < 0)
+        index = 0;
+    Q_ASSERT_X(index < m_colorMap.size(), "convertPoint", "index out of range");
+    return m_colorMap.at(index);
+}
+
+template <typename T> QImage ArrayImageConverter::convert(const T* values)
+{
+    size_t const count = size_t(m_width) * m_height;
+    if (!m_wrap && m_autoMinMax) {
+        float min = FLT_MAX;
+        float max = -FLT_MAX;
+        for (size_t i = 0; i < count; ++i) {
+            float const v = static_cast<float>(values[i]);
+            min = v < min ? v : min;
+            max = v > max ? v : max;
+        }
+        if (m_minNotNegative && min < 0)
+            min = 0;
+        setMinMax(min, max);
+    }
+    QImage image(static_cast<int>(m_width), static_cast<int>(m_height), QImage::Format_ARGB32);
+    if (m_height == 0)
+        return image;
+    bool const masked = size_t(m_transparencyMap.size()) == count;
+    for (unsigned int y = 0; y < m_height; ++y) {
+        auto* line = reinterpret_cast<QRgb*>(image.scanLine(static_cast<int>(y)));
+        for (unsigned int x = 0; x < m_width; ++x) {
+            size_t const i = size_t(y) * m_width + x;
+            unsigned int colour = convertPoint(static_cast<float>(values[i]));
+            if (masked && m_transparencyMap.at(static_cast<int>(i)))
+                colour &= 0x00FFFFFFu;
+            line[x] = colour;
+        }
+    }
+    return image;
+}
+
+QImage ArrayImageConverter::convert_array(const unsigned short* values)
+{
+    return convert(values);
+}
+
+QImage ArrayImageConverter::convert_array(const float* values)
+{
+    return convert(values);
+}
+
+void ArrayImageConverter::bloatColorMap(unsigned int n)
+{
+    if (n == 0 || m_colorMapSize < 2)
+        return;
+    int const oldSize = m_colorMapSize;
+    int const step = static_cast<int>(n) + 1;
+    int const newSize = step * (oldSize - 1) + 1;
+    m_colorMap.resize(newSize);
+    // From the last pair to the first, so every entry is read before its place is written.
+    m_colorMap[newSize - 1] = m_colorMap[oldSize - 1];
+    for (int k = oldSize - 2; k >= 0; --k) {
+        unsigned int const a = m_colorMap[k];
+        unsigned int const b = m_colorMap[(k + 1) * step];
+        int const j0 = k * step;
+        m_colorMap[j0] = a;
+        for (int s = 1; s <= static_cast<int>(n); ++s) {
+            unsigned int colour = 0xFF000000u;
+            for (int shift : {16, 8, 0}) {
+                int const ca = static_cast<int>((a >> shift) & 0xFF);
+                int const cb = static_cast<int>((b >> shift) & 0xFF);
+                colour |= static_cast<unsigned int>((ca * step + s * (cb - ca)) / step) << shift;
+            }
+            m_colorMap[j0 + s] = colour;
+        }
+    }
+    m_colorMapSize = newSize;
+}
+
+} // namespace orv

@@ -1,0 +1,173 @@
+#include "results/VORNQueryResultData.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <map>
+
+#include "core/VornStatus.h"
+#include "logger/RedisLogger.h"
+#include "results/VORNResultManager.h"
+
+using orv::Logger::RedisLogger;
+
+namespace orv {
+namespace {
+
+using KeyTable = std::map<std::string, VORNQueryResultData::Handler>;
+
+// Built on first use, so it exists before any request whatever the order of static construction.
+KeyTable const& keyTable()
+{
+    static KeyTable const table = {
+        {"normalized_amplitude_image", &VORNQueryResultData::readTmpFSData},
+        {"distance_image", &VORNQueryResultData::readTmpFSData},
+        {"x_image", &VORNQueryResultData::readTmpFSData},
+        {"y_image", &VORNQueryResultData::readTmpFSData},
+        {"z_image", &VORNQueryResultData::readTmpFSData},
+        {"confidence_image", &VORNQueryResultData::readTmpFSData},
+        {"extrinsic_calibration", &VORNQueryResultData::readTmpFSData},
+        {"all_cartesian_vector_matrices", &VORNQueryResultData::readTmpFSData},
+        {"amplitude_image", &VORNQueryResultData::readTmpFSData},
+        {"raw_image_data", &VORNQueryResultData::readTmpFSData},
+        {"z4_amplitude_png", &VORNQueryResultData::handleZ4ImageDataPNG},
+        {"all_unit_vector_matrices", &VORNQueryResultData::readTmpFSData},
+        {"json_model", &VORNQueryResultData::handleJsonModel},
+        {"json_diagnostic", &VORNQueryResultData::handleJsonDiagnostic},
+    };
+    return table;
+}
+
+// The request's texts end at their NUL or at the end of their field, whichever comes first.
+std::string field(char const* text, size_t capacity)
+{
+    return std::string(text, strnlen(text, capacity));
+}
+
+} // namespace
+
+VORNQueryResultData::VORNQueryResultData(VORNResultManager& manager, RedisLogger& logger)
+    : m_manager(manager), m_logger(logger)
+{
+    keyTable();
+}
+
+VORNResultData_t* VORNQueryResultData::createResult(std::string name, VORNDataType_t type, int size,
+                                                    const void* data)
+{
+    auto* record = static_cast<VORNResultData_t*>(malloc(sizeof(VORNResultData_t)));
+    if (record == nullptr) {
+        m_logger.log(RedisLogger::ERROR, "[VORN]%s(): malloc failed", "createResult");
+        return nullptr;
+    }
+    // The whole record is zeroed, reserved bytes included, so nothing of the heap leaks to clients.
+    memset(record, 0, sizeof *record);
+    record->status = VornStatus::Success;
+    strncpy(record->name, name.c_str(), sizeof record->name);
+    record->type = type;
+    record->size = static_cast<uint32_t>(size);
+    record->data = data;
+    return record;
+}
+
+DataBlock* VORNQueryResultData::execute(DataBlock const* request)
+{
+    if (request == nullptr || request->data == nullptr)
+        return nullptr;
+    auto* query = reinterpret_cast<VORNQueryProcessData_t*>(request->data);
+    std::string const key = field(query->key, sizeof query->key);
+    std::string const id = field(query->id, sizeof query->id);
+    auto it = keyTable().find(key);
+    if (it == keyTable().end()) {
+        VORNResultData_t* record = createResult(key, VORN_DATA_NONE, 0, nullptr);
+        if (record != nullptr)
+            record->status = VornStatus::DataNotAvailable;
+        return create_DataBlock(ReplyCode::QueryResultData, reinterpret_cast<unsigned char*>(record));
+    }
+
+    DataBlock* reply = nullptr;
+    try {
+        reply = (this->*(it->second))(query);
+    } catch (std::exception const& e) {
+        // A result id that is no number cannot number a derived chunk; nothing may leave the
+        // plug-in as an exception, so the request gets no reply like any other failed derivation.
+        m_logger.log(RedisLogger::ERROR, "%s: %s(%s): %s", "execute", key.c_str(), id.c_str(), e.what());
+    }
+    if (reply == nullptr) {
+        m_logger.log(RedisLogger::ERROR, "%s: resultHandler: res == NULL", "execute");
+        return nullptr;
+    }
+    m_logger.log(RedisLogger::DEBUG, "%s: resultHandler(%s, %s) called successfully", "execute", id.c_str(),
+                 key.c_str());
+    return reply;
+}
+
+DataBlock* VORNQueryResultData::replyWith(std::string const& name, VORNDataType_t type, int size,
+                                          const void* data)
+{
+    VORNResultData_t* record = createResult(name, type, size, data);
+    if (record == nullptr)
+        return nullptr;
+    DataBlock* block = create_DataBlock(ReplyCode::QueryResultData, reinterpret_cast<unsigned char*>(record));
+    if (block == nullptr)
+        free(record);
+    return block;
+}
+
+DataBlock* VORNQueryResultData::readTmpFSData(VORNQueryProcessData_t* request)
+{
+    std::string const id = field(request->id, sizeof request->id);
+    std::string const key = field(request->key, sizeof request->key);
+    m_logger.log(RedisLogger::DEBUG, "%s: id %s, key %s", "readTmpFSData", id.c_str(), key.c_str());
+    if (id.empty()) {
+        m_logger.log(RedisLogger::ERROR, "%s: missing id ?!", "readTmpFSData");
+        return nullptr;
+    }
+    if (key.empty()) {
+        m_logger.log(RedisLogger::ERROR, "%s: missing key ?!", "readTmpFSData");
+        return nullptr;
+    }
+    unsigned int size = 0;
+    void const* data = m_manager.getTmpFSData(id, key, &size);
+    if (data == nullptr)
+        return nullptr;
+    // This handler alone answers even without a record: the block then carries no payload.
+    VORNResultData_t* record = createResult(key, VORN_DATA_BINARY, static_cast<int>(size), data);
+    return create_DataBlock(ReplyCode::QueryResultData, reinterpret_cast<unsigned char*>(record));
+}
+
+DataBlock* VORNQueryResultData::handleJsonModel(VORNQueryProcessData_t* request)
+{
+    std::string const id = field(request->id, sizeof request->id);
+    m_logger.log(RedisLogger::DEBUG, "%s: key %s, id %s", "handleJsonModel", request->key, id.c_str());
+    VORNResultManager::ResultData const* text = m_manager.getSerializedJsonModel(id);
+    if (text == nullptr)
+        return nullptr;
+    return replyWith("result", VORN_DATA_JSON, text->size, text->data);
+}
+
+DataBlock* VORNQueryResultData::handleJsonDiagnostic(VORNQueryProcessData_t* request)
+{
+    std::string const id = field(request->id, sizeof request->id);
+    m_logger.log(RedisLogger::DEBUG, "%s: key %s, id %s", "handleJsonDiagnostic", request->key, id.c_str());
+    VORNResultManager::ResultData const* text = m_manager.getJsonDiagnostic(id);
+    if (text == nullptr)
+        return nullptr;
+    return replyWith("result", VORN_DATA_JSON, text->size, text->data);
+}
+
+DataBlock* VORNQueryResultData::handleZ4ImageDataPNG(VORNQueryProcessData_t* request)
+{
+    std::string const id = field(request->id, sizeof request->id);
+    m_logger.log(RedisLogger::DEBUG, "%s(%s)", "handleZ4ImageDataPNG", id.c_str());
+    if (id.empty()) {
+        m_logger.log(RedisLogger::ERROR, "%s: missing id ?!", "handleZ4ImageDataPNG");
+        return nullptr;
+    }
+    VORNResultManager::ResultData const* png = m_manager.getZ4ImageDataPNG(id);
+    if (png == nullptr)
+        return nullptr;
+    return replyWith("z4_amplitude_png", VORN_DATA_BINARY, png->size, png->data);
+}
+
+} // namespace orv
