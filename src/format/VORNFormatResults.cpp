@@ -1,0 +1,215 @@
+#include "format/VORNFormatResults.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QSharedPointer>
+
+#include "core/VornStatus.h"
+#include "format/RecordMain.h"
+#include "format/VornFlexibleLayouter.h"
+#include "logger/RedisLogger.h"
+#include "results/ResultModel.h"
+#include "results/VORNResultManager.h"
+
+using orv::Logger::RedisLogger;
+
+namespace orv {
+
+namespace {
+
+unsigned char const* bytesOf(VORNResultManager::ResultData const* data, unsigned int& length)
+{
+    if (data == nullptr || data->data == nullptr)
+        return nullptr;
+    length = static_cast<unsigned int>(data->size);
+    return static_cast<unsigned char const*>(data->data);
+}
+
+} // namespace
+
+VORNFormatResults::VORNFormatResults(VORNResultManager& manager, RedisLogger& logger)
+    : m_logger(logger), m_manager(manager)
+{}
+
+std::map<std::string, VORNFormatResults::BlobHandler> const& VORNFormatResults::blobHandlers()
+{
+    static std::map<std::string, BlobHandler> const handlers = {
+        {"normalized_amplitude_image", &VORNFormatResults::getTmpFsData},
+        {"distance_image", &VORNFormatResults::getTmpFsData},
+        {"x_image", &VORNFormatResults::getTmpFsData},
+        {"y_image", &VORNFormatResults::getTmpFsData},
+        {"z_image", &VORNFormatResults::getTmpFsData},
+        {"confidence_image", &VORNFormatResults::getTmpFsData},
+        {"extrinsic_calibration", &VORNFormatResults::getTmpFsData},
+        {"all_cartesian_vector_matrices", &VORNFormatResults::getTmpFsData},
+        {"amplitude_image", &VORNFormatResults::getTmpFsData},
+        {"raw_image_data", &VORNFormatResults::getTmpFsData},
+        {"all_unit_vector_matrices", &VORNFormatResults::getTmpFsData},
+        {"json_model", &VORNFormatResults::getJsonModel},
+        {"diagnostic_data", &VORNFormatResults::getDiagnosticData},
+        {"json_diagnostic", &VORNFormatResults::getJsonDiagnostic},
+    };
+    return handlers;
+}
+
+QMap<QString, VORNFormatResults::ValueHandler> const& VORNFormatResults::valueHandlers()
+{
+    static QMap<QString, ValueHandler> const handlers = {
+        {"temp_front1", &VORNFormatResults::getVORNIdFromRedis},
+        {"temp_front2", &VORNFormatResults::getVORNIdFromRedis},
+        {"temp_imx6", &VORNFormatResults::getVORNIdFromRedis},
+        {"temp_illu", &VORNFormatResults::getVORNIdFromRedis},
+        {"evaltime", &VORNFormatResults::getVORNIdFromRedis},
+        {"exposure_time_1", &VORNFormatResults::getVORNIdFromRedis},
+        {"exposure_time_2", &VORNFormatResults::getVORNIdFromRedis},
+        {"exposure_time_3", &VORNFormatResults::getVORNIdFromRedis},
+    };
+    return handlers;
+}
+
+QMap<QString, QString> const& VORNFormatResults::deviceKeys()
+{
+    // "temp_imx6" has no key on purpose: its value then comes from the result itself.
+    static QMap<QString, QString> const keys = {
+        {"temp_front1", "TemperatureFrontend1"}, {"temp_front2", "TemperatureFrontend2"},
+        {"temp_illu", "TemperatureIllu"},        {"evaltime", "FrameDuration"},
+        {"exposure_time_1", "ExposureTime1"},    {"exposure_time_2", "ExposureTime2"},
+        {"exposure_time_3", "ExposureTime3"},
+    };
+    return keys;
+}
+
+QVariant VORNFormatResults::getValue(QString const& id)
+{
+    auto const it = valueHandlers().constFind(id);
+    if (it == valueHandlers().constEnd())
+        return QVariant();
+    return (this->*it.value())(id);
+}
+
+unsigned char const* VORNFormatResults::getBlob(std::string const& id, unsigned int& length)
+{
+    length = 0;
+    auto const it = blobHandlers().find(id);
+    if (it == blobHandlers().end())
+        return nullptr;
+    try {
+        return (this->*it->second)(id, length);
+    } catch (std::exception const& e) {
+        // A result id that is no number cannot name a chunk's frame; the blob is then missing.
+        m_logger.log(RedisLogger::ERROR, "%s(%s): %s", "getBlob", id.c_str(), e.what());
+        length = 0;
+        return nullptr;
+    }
+}
+
+QVariant VORNFormatResults::getVORNIdFromRedis(QString const& id)
+{
+    auto const it = deviceKeys().constFind(id);
+    if (it == deviceKeys().constEnd())
+        return QVariant();
+    return QVariant(m_manager.getRedisResult(m_resultId, it.value()));
+}
+
+unsigned char const* VORNFormatResults::getTmpFsData(std::string const& id, unsigned int& length)
+{
+    unsigned int size = 0;
+    auto const* data = static_cast<unsigned char const*>(m_manager.getTmpFSData(m_resultId, id, &size));
+    length = data != nullptr ? size : 0;
+    return data;
+}
+
+unsigned char const* VORNFormatResults::getJsonModel(std::string const&, unsigned int& length)
+{
+    return bytesOf(m_manager.getSerializedJsonModel(m_resultId), length);
+}
+
+unsigned char const* VORNFormatResults::getDiagnosticData(std::string const&, unsigned int& length)
+{
+    return bytesOf(m_manager.getDiagnosticData(m_resultId), length);
+}
+
+unsigned char const* VORNFormatResults::getJsonDiagnostic(std::string const&, unsigned int& length)
+{
+    return bytesOf(m_manager.getJsonDiagnostic(m_resultId), length);
+}
+
+DataBlock* VORNFormatResults::execute(DataBlock const* request)
+{
+    auto* reply = static_cast<FormatResultsReply*>(malloc(sizeof(FormatResultsReply)));
+    if (reply != nullptr) {
+        memset(reply, 0, sizeof *reply);
+        reply->status = VornStatus::GenericFailure;
+    }
+    DataBlock* block = create_DataBlock(ReplyCode::Default, reinterpret_cast<unsigned char*>(reply));
+    if (block == nullptr) {
+        free(reply);
+        return nullptr;
+    }
+    if (reply == nullptr || request == nullptr || request->data == nullptr)
+        return block;
+
+    auto const& record = *reinterpret_cast<FormatResultsRequest const*>(request->data);
+    // Read in place; a missing or oversized text parses as empty, which is a parse error.
+    bool const readable = record.json != nullptr && record.jsonLength <= static_cast<uint32_t>(INT32_MAX);
+    QByteArray const text =
+        readable ? QByteArray::fromRawData(record.json, static_cast<int>(record.jsonLength)) : QByteArray();
+    QJsonParseError error{};
+    QJsonDocument const document = QJsonDocument::fromJson(text, &error);
+    if (error.error != QJsonParseError::NoError) {
+        m_logger.log(RedisLogger::WARN, "%s: An error occurred during parsing: %s", "execute",
+                     error.errorString().toLocal8Bit().constData());
+        reply->status = VornStatus::RejectedArgument;
+        return block;
+    }
+
+    QByteArray output;
+    try {
+        output = format(record, document.toVariant().toMap());
+    } catch (std::exception const& e) {
+        m_logger.log(RedisLogger::ERROR, "%s: formatting failed: %s", "execute", e.what());
+        return block;
+    }
+
+    // malloc(0) may give null; an empty output is still a served request.
+    auto* data =
+        static_cast<unsigned char*>(malloc(output.isEmpty() ? 1 : static_cast<size_t>(output.size())));
+    if (data == nullptr) {
+        m_logger.log(RedisLogger::ERROR, "%s: no memory for %d bytes of output", "execute", output.size());
+        return block;
+    }
+    memcpy(data, output.constData(), static_cast<size_t>(output.size()));
+    reply->data = data;
+    reply->size = static_cast<uint32_t>(output.size());
+    reply->hasData = 1;
+    reply->reserved = 0;
+    return block;
+}
+
+QByteArray VORNFormatResults::format(FormatResultsRequest const& request, QVariantMap const& description)
+{
+    // The id field is a fixed 12 bytes; an id that fills it has no terminator there.
+    m_resultId.assign(request.resultId, strnlen(request.resultId, sizeof request.resultId));
+
+    ResultModel tree;
+    if (ResultModel* model = m_manager.getJsonModel(m_resultId))
+        tree = *model;
+    else
+        m_logger.log(RedisLogger::WARN, "%s: getJsonModel(%s) returned nullptr", "execute",
+                     m_resultId.c_str());
+
+    QVariantMap const format = description.value(QStringLiteral("format")).toMap();
+    QVariantMap settings;
+    settings.insert(QStringLiteral("busEndianness"), request.busByteOrder == BigEndianBus ? 1u : 0u);
+
+    auto main = QSharedPointer<RecordMain>::create(this, tree, m_resultId.c_str());
+    QByteArray output;
+    VornFlexibleLayouter().serializeRecord(main, format, settings, output);
+    return output;
+}
+
+} // namespace orv
