@@ -14,6 +14,7 @@
 #include "logger/RedisLogger.h"
 #include "results/GreyScaleArrayImageConverter.h"
 #include "results/ResultModelRedisPersister.h"
+#include "roi/RoiSyncer_RX7100.h"
 
 using orv::Logger::RedisLogger;
 
@@ -312,8 +313,11 @@ void VORNResultManager::createZ4ImageDataPNG(const std::string& id)
     QImage image = amplitudePicture(chunk, size);
     if (image.isNull())
         return;
-    // The regions of interest of the result model are painted onto the grey picture here, before
-    // it is encoded.
+    // The regions of interest of the result model are painted onto the grey picture, before it is
+    // encoded.
+    RoiSyncer_RX7100 rois;
+    rois.loadFromJson(getRedisResult(id, "ModelResult").toUtf8());
+    rois.paintRois(image);
     QByteArray const png = encodePng(image);
     size_t const total = sizeof(ChunkHeader) + static_cast<size_t>(png.size());
     auto* buffer = static_cast<unsigned char*>(malloc(total));
