@@ -82,6 +82,8 @@ int runFormat(Plugin& plugin, Output& out, Args& args)
     if (!reply.empty() && reply.payload() != nullptr) {
         auto const result = reply.record<orv::FormatResultsReply>();
         QByteArray const bytes(reinterpret_cast<char const*>(result.data), static_cast<int>(result.size));
+        // A served request keeps the generic status word; the flag tells that output is attached.
+        out.field("served", result.hasData == 1);
         out.field("size", static_cast<int>(result.size));
         if (result.hasData == 1) {
             code = 0;
