@@ -133,13 +133,18 @@ TEST_F(FormatCommandsTest, ServesARequestWithoutFormatAsAnEmptyOutput)
     EXPECT_EQ(r.output, "");
 }
 
-TEST_F(FormatCommandsTest, RejectsMalformedJsonWithoutData)
+TEST_F(FormatCommandsTest, RejectsMalformedJsonAndKeepsTheGenericStatusWithoutAPayload)
 {
     Result const r = format("7", R"({"format":)");
     EXPECT_EQ(r.status, orv::VornStatus::RejectedArgument);
     EXPECT_TRUE(r.dataNull);
     EXPECT_EQ(r.flag, 0u);
     EXPECT_THAT(lastLogMessage(), HasSubstr("execute: An error occurred during parsing: "));
+
+    DataBlock empty{};
+    Result const none = collect(m_command.execute(&empty));
+    EXPECT_EQ(none.status, orv::VornStatus::GenericFailure);
+    EXPECT_TRUE(none.dataNull);
 }
 
 TEST_F(FormatCommandsTest, WritesConstantsForAnUnknownResultAndLogsTheMissingModel)
@@ -171,15 +176,6 @@ TEST_F(FormatCommandsTest, TakesDeviceValuesBeforeTheResultTreeAndTheBusOrderFro
     EXPECT_EQ(format("5", json, 1234).output, std::string("\xC4\x09"
                                                           "442",
                                                           5));
-}
-
-TEST_F(FormatCommandsTest, KeepsTheGenericStatusWithoutARequestPayload)
-{
-    DataBlock block{};
-    block.command = 26;
-    Result const r = collect(m_command.execute(&block));
-    EXPECT_EQ(r.status, orv::VornStatus::GenericFailure);
-    EXPECT_TRUE(r.dataNull);
 }
 
 TEST_F(FormatCommandsTest, ValidatesDescriptionsAndLogsWhyOneIsRejected)
