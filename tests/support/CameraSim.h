@@ -1,0 +1,56 @@
+// The built simulated camera in a process of its own, publishing results into frame and imager-run
+// directories of the test's own (pointed at by ORV_FRAME_DIR and ORV_IMAGER_RUN_DIR while the
+// object lives), stopped with SIGTERM on destruction. Needs the Redis environment.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "ScopedEnv.h"
+#include "TempDir.h"
+
+namespace orv {
+namespace test {
+
+struct CameraSimOptions
+{
+    double rate = 0; // results per second; 0: only on trigger()
+    std::string size = "176x132";
+    unsigned int ring = 8;
+};
+
+class CameraSim
+{
+public:
+    // Throws std::runtime_error when the camera does not report ready in time.
+    explicit CameraSim(CameraSimOptions const& options = {});
+    ~CameraSim();
+    CameraSim(CameraSim const&) = delete;
+    CameraSim& operator=(CameraSim const&) = delete;
+
+    // Publishes one result and returns its id (throws when none comes within 10 s).
+    std::string trigger();
+    // SIGTERM and wait; the exit code, or -1 when it did not exit by itself. Idempotent.
+    int stop();
+
+    std::string const& frameDir() const { return m_frames.path(); }
+    std::string const& runDir() const { return m_run.path(); }
+    // Names of the files in the frame directory (frames published and claimed).
+    std::vector<std::string> frameFiles() const;
+
+private:
+    std::string readLine(int timeoutMs);
+
+    TempDir m_frames{"kv-frames"};
+    TempDir m_run{"kv-run"};
+    ScopedEnv m_frameEnv{"ORV_FRAME_DIR", m_frames.path()};
+    ScopedEnv m_runEnv{"ORV_IMAGER_RUN_DIR", m_run.path()};
+    pid_t m_pid = -1;
+    int m_out = -1;
+    std::string m_pending;
+    int m_exitCode = -1;
+};
+
+} // namespace test
+} // namespace orv
