@@ -70,7 +70,9 @@ FrameProducer::~FrameProducer()
         m_live.pop_front();
     }
     m_publisher->removeAll();
-    rmdir(m_publisher->directory().c_str()); // only when empty: a directory of others stays
+    // Only when empty: directories that hold files of others stay.
+    rmdir(m_publisher->directory().c_str());
+    rmdir(m_runDir.c_str());
     redisFree(m_redis);
 }
 
