@@ -14,7 +14,7 @@ namespace {
 struct Roi
 {
     int id;
-    QString type; // "Rect", "Ellipse", "Poly", "Hexagon"
+    QString type; // "Rect", "Ellipse", "Poly", "Hexagon", "Circle", "HoneycombShorter"
     double cx, cy, width, height, angle;
     QVector<QPointF> points; // Poly only
     double distanceMm;
@@ -28,13 +28,19 @@ struct Model
 
 bool inside(Roi const& roi, double x, double y)
 {
-    double const dx = x - roi.cx, dy = y - roi.cy;
+    // In the ROI's own frame: a positive angle turns a shape clockwise on the image.
+    double const t = roi.angle * M_PI / 180.0;
+    double const dx = (x - roi.cx) * std::cos(t) + (y - roi.cy) * std::sin(t);
+    double const dy = -(x - roi.cx) * std::sin(t) + (y - roi.cy) * std::cos(t);
     if (roi.type == "Rect")
         return std::fabs(dx) <= roi.width / 2 && std::fabs(dy) <= roi.height / 2;
     if (roi.type == "Ellipse")
         return std::pow(dx / (roi.width / 2), 2) + std::pow(dy / (roi.height / 2), 2) <= 1.0;
-    if (roi.type == "Hexagon")
+    // The hexagon kinds are close enough to their inscribed ellipse for a mask.
+    if (roi.type == "Hexagon" || roi.type == "Circle")
         return dx * dx + dy * dy <= std::pow(roi.width / 2, 2);
+    if (roi.type.startsWith("Honeycomb"))
+        return std::pow(dx / (roi.width / 2), 2) + std::pow(dy / (roi.height / 2), 2) <= 1.0;
     bool in = false;
     for (int i = 0, j = roi.points.size() - 1; i < roi.points.size(); j = i++) {
         QPointF const a = roi.points[i], b = roi.points[j];
@@ -64,7 +70,12 @@ QVector<Model> models(SyntheticScene const& scene, BoxPosition const& box)
               0,       {QPointF(w * 0.7, h * 0.9), QPointF(w * 0.9, h * 0.9), QPointF(w * 0.8, h * 0.7)},
               2000};
     Roi centre{1, "Rect", w / 2, h / 2, w * 0.3, h * 0.3, 0, {}, 1600};
-    return {Model{1, {onBox, wall, corner, floor}}, Model{2, {centre}}};
+    // One of each further kind, some turned, so the amplitude picture shows them all.
+    Roi turned{2, "Rect", w * 0.22, h * 0.2, w * 0.14, h * 0.1, 25, {}, 2000};
+    Roi disc{3, "Circle", w * 0.78, h * 0.5, w * 0.12, w * 0.12, 0, {}, 2000};
+    Roi cell{4, "HoneycombShorter", w * 0.15, h * 0.45, w * 0.1, h * 0.16, 0, {}, 2000};
+    Roi oval{5, "Ellipse", w * 0.5, h * 0.85, w * 0.18, h * 0.1, -20, {}, 2000};
+    return {Model{1, {onBox, wall, corner, floor}}, Model{2, {centre, turned, disc, cell, oval}}};
 }
 
 QJsonObject roiJson(Roi const& roi, int index)
