@@ -15,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Program.h"
 #include "RedisServer.h"
 #include "TempDir.h"
 #include "logger/RedisLogger.h"
@@ -58,17 +59,17 @@ std::vector<std::string> lines(std::string const& text)
 
 pid_t spawn(std::vector<std::string> const& args, int outFd, int errFd)
 {
+    std::vector<std::string> const command =
+        orv::test::programCommand(KV_BINARY_DIR "/tools/kslog/kslog", args);
     std::vector<char*> argv;
-    std::string const program = KV_BINARY_DIR "/tools/kslog/kslog";
-    argv.push_back(const_cast<char*>(program.c_str()));
-    for (auto const& a : args)
+    for (auto const& a : command)
         argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
     pid_t pid = fork();
     if (pid == 0) {
         dup2(outFd, STDOUT_FILENO);
         dup2(errFd, STDERR_FILENO);
-        execv(program.c_str(), argv.data());
+        execv(argv[0], argv.data());
         _exit(127);
     }
     return pid;
