@@ -2,7 +2,8 @@
 # The test command: installs what is missing, configures, builds and runs every test through CTest.
 #   BUILD_DIR   build folder (default: build)
 #   CI=true     warnings are errors, and a skipped test fails the run
-#   CTEST_ARGS  extra arguments for ctest, e.g. "-L test_logger"
+#   CTEST_ARGS  extra arguments for ctest, e.g. "-L test_logger" (also for the camera build's run)
+#   VORN_ARMHF=0  skips the camera build (scripts/test-armhf.sh) for quick local runs; CI runs it
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -32,3 +33,8 @@ if [ "${CI:-}" = "true" ] && grep -qE '\*\*\*Skipped|[1-9][0-9]* tests? skipped|
   exit 1
 fi
 echo "test.sh: all tests passed ($root/$build)"
+
+# The same suite built for the camera (ARMv7 hard-float) and run under qemu-arm.
+if [ "${VORN_ARMHF:-1}" != "0" ]; then
+  scripts/test-armhf.sh
+fi

@@ -10,6 +10,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Program.h"
+
 namespace orv {
 namespace test {
 
@@ -17,8 +19,8 @@ CameraSim::CameraSim(CameraSimOptions const& options)
 {
     char rate[32];
     snprintf(rate, sizeof rate, "%g", options.rate);
-    std::vector<std::string> const command = {
-        KV_CAMSIM_PATH, "--rate", rate, "--size", options.size, "--ring", std::to_string(options.ring)};
+    std::vector<std::string> const command = programCommand(
+        KV_CAMSIM_PATH, {"--rate", rate, "--size", options.size, "--ring", std::to_string(options.ring)});
     int fds[2];
     if (pipe(fds) != 0)
         throw std::runtime_error("pipe failed");
