@@ -4,8 +4,8 @@
 #
 # The sysroot is made once per machine and reused: it lives outside the clone, in
 #   ${ARMHF_SYSROOT:-${XDG_CACHE_HOME:-$HOME/.cache}/kestrelvorn/armhf-sysroot}
-# and is remade only when the package list below changes. Safe to run again and again; prints the
-# sysroot's path as its last line.
+# and is remade only when this script changes. Safe to run again and again; prints the sysroot's
+# path as its last line.
 #
 # How: debootstrap --foreign downloads and resolves the packages for armhf; instead of running the
 # second stage under emulation (slow, and it needs binfmt_misc, which containers often lack), every
@@ -18,8 +18,7 @@ cache=${XDG_CACHE_HOME:-$HOME/.cache}/kestrelvorn
 sysroot=${ARMHF_SYSROOT:-$cache/armhf-sysroot}
 debs=$cache/armhf-debs
 
-# What the plug-in, the tools and the tests link on the camera build. Changing this list remakes
-# the sysroot on the next run.
+# What the plug-in, the tools and the tests link on the camera build.
 packages=(
   libc6-dev libstdc++-12-dev
   qtbase5-dev libqt5network5 libqt5gui5
@@ -69,8 +68,9 @@ debian_mirror() {
     awk -v rel="$codename" '$1 == "deb" && $3 == rel { print $2; exit }' | grep .
 }
 
+# The sysroot is remade when this script changes: its package list or how it fixes the sysroot up.
 sysroot_stamp() {
-  printf '%s\n' "${packages[@]}" | sort | sha256sum | cut -c1-16
+  sha256sum "${BASH_SOURCE[0]}" | cut -c1-16
 }
 
 # Absolute links ("/lib/arm-linux-gnueabihf/libz.so.1") would point at the build machine's own files;
