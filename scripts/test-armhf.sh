@@ -80,4 +80,4 @@ if grep -q 'No tests were found' "$log"; then
   echo "test-armhf.sh: no test ran" >&2
   exit 1
 fi
-echo "test-armhf.sh: all tests passed under qemu-arm ($root/$build)"
+echo "test-armhf.sh: all tests passed under qemu-arm ($(cd "$build" && pwd))"
