@@ -10,8 +10,7 @@
 #include "core/ChunkHeader.h"
 #include "core/Paths.h"
 #include "results/VORNResultRecords.h"
-#include "resultsync/FrameDirectory.h"
-#include "resultsync/FrameFormat.h"
+#include "resultsync/FrameClient.h"
 
 namespace vornhost {
 namespace {
@@ -34,12 +33,14 @@ char const* typeName(int32_t type)
     }
 }
 
-// Without an id, the oldest result the camera has published and nobody has taken yet.
+// Without an id, the oldest result the camera has published and nobody has taken yet, waiting up to
+// a second for one (a trigger just sent publishes a moment later). The frame is only looked at,
+// not taken: the plug-in takes it.
 std::string nextPublishedId()
 {
-    auto const frames = orv::resultsync::FrameDirectory::list(orv::Paths::frameDir(),
-                                                              orv::resultsync::FrameFormat::FramePrefix);
-    return frames.empty() ? std::string() : frames.front().id;
+    orv::resultsync::FrameClient observer(false);
+    std::unique_ptr<orv::resultsync::Frame> frame = observer.waitForFrame(1000);
+    return frame ? frame->getId() : std::string();
 }
 
 int runAcquire(Plugin& plugin, Output& out, Args& args)
