@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# A camera session on the simulated camera: installs what is missing, builds, starts Redis, a private
-# system bus and the simulated camera, then walks a client through the plug-in's commands with
-# vorn-host and shows the log that all of this wrote. Everything it makes goes under one output
-# directory, printed at the start; nothing is left running.
+# A camera session on the simulated camera, told step by step: installs what is missing, builds,
+# starts Redis, a private system bus and the simulated camera, then walks a client through the
+# plug-in's commands with vorn-host (as the host daemon would call them) and shows the log that all
+# of this wrote. Everything it saves goes under one output directory, named at the start; nothing
+# is left running or behind when it ends.
+#   DEMO_OUT   output directory (default: demo-out in the repository)
+#   BUILD_DIR  build directory (default: build-demo)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -11,45 +14,179 @@ scripts/install-deps.sh >/dev/null
 
 build=${BUILD_DIR:-build-demo}
 out=${DEMO_OUT:-$root/demo-out}
+case "$out" in /*) ;; *) out="$root/$out" ;; esac
 rm -rf "$out"
 mkdir -p "$out"
 run=$(mktemp -d /tmp/kv-demo-XXXXXX)
 
-step() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+bold=""; plain=""
+if [ -t 1 ]; then bold=$'\033[1m'; plain=$'\033[0m'; fi
+n=0
+step() { n=$((n + 1)); printf '\n%s%2d. %s%s\n' "$bold" "$n" "$*" "$plain"; }
 
 pids=()
 cleanup() {
+  local pid
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
   for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null || true; done
   rm -rf "$run"
 }
 trap cleanup EXIT
 
-step "Building (into $build)"
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >"$out/configure.log"
-cmake --build "$build" -j "$(nproc)" >"$out/build.log" || { tail -30 "$out/build.log"; exit 1; }
-host="$build/tools/vorn-host/vorn-host"
+wait_for() { # wait_for DESCRIPTION COMMAND...: poll for up to 10 s
+  local what=$1; shift
+  for _ in $(seq 200); do "$@" >/dev/null 2>&1 && return 0; sleep 0.05; done
+  echo "demo: $what did not come up" >&2
+  exit 1
+}
 
-step "Starting Redis: the cache socket (results, log) and the permanent-configuration socket"
+echo "libkestrelvorn demo; outputs go to $out"
+
+step "Build the plug-in, vorn-host, the simulated camera and kslog (into $build)"
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >"$out/configure.log"
+cmake --build "$build" -j "$(nproc)" --target kestrelvorn vorn-host camsim kslog >"$out/build.log" \
+  || { tail -30 "$out/build.log"; exit 1; }
+vorn_host="$build/tools/vorn-host/vorn-host"
+kslog="$build/tools/kslog/kslog"
+camsim="$build/tools/camsim/camsim"
+echo "built $(ls "$build"/src/libkestrelvorn.so*| head -1)"
+
+step "Start Redis: the cache socket (results, log) and the permanent-configuration socket"
 export ORV_REDIS_CACHE_SOCKET="$run/redis-cache.sock" ORV_REDIS_SOCKET="$run/redis.sock"
+export ORV_FRAME_DIR="$run/frames" ORV_IMAGER_RUN_DIR="$run/imager" ORV_VORN_SCHEMA_DIR="$root/schema"
 for sock in "$ORV_REDIS_CACHE_SOCKET" "$ORV_REDIS_SOCKET"; do
-  redis-server --port 0 --unixsocket "$sock" --save "" --appendonly no --logfile "" --loglevel warning &
+  redis-server --port 0 --unixsocket "$sock" --save "" --appendonly no --loglevel warning \
+    --logfile "$out/redis-$(basename "$sock" .sock).log" &
   pids+=($!)
 done
-for sock in "$ORV_REDIS_CACHE_SOCKET" "$ORV_REDIS_SOCKET"; do
-  for _ in $(seq 100); do redis-cli -s "$sock" ping >/dev/null 2>&1 && break; sleep 0.05; done
-done
-echo "cache: $ORV_REDIS_CACHE_SOCKET"
-echo "permanent: $ORV_REDIS_SOCKET"
+wait_for "Redis" redis-cli -s "$ORV_REDIS_CACHE_SOCKET" ping
+wait_for "Redis" redis-cli -s "$ORV_REDIS_SOCKET" ping
+echo "cache $ORV_REDIS_CACHE_SOCKET, permanent $ORV_REDIS_SOCKET"
 
-step "Enabling every log category for all sources (stored in LOG:PERM:CFG, read when the plug-in loads)"
-redis-cli -s "$ORV_REDIS_SOCKET" HSET LOG:PERM:CFG all $'{\n"source" : "all"\n,"mask" : 255\n}\n' >/dev/null
+step "Start a private system bus"
+cat >"$run/bus.conf" <<CONF
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=$run/bus.sock</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*"/>
+    <allow send_requested_reply="false"/>
+    <allow receive_requested_reply="false"/>
+  </policy>
+</busconfig>
+CONF
+dbus-daemon --config-file="$run/bus.conf" --nofork --nopidfile --nosyslog 2>"$out/dbus-daemon.log" &
+pids+=($!)
+export DBUS_SYSTEM_BUS_ADDRESS="unix:path=$run/bus.sock"
+wait_for "the bus" test -S "$run/bus.sock"
+echo "$DBUS_SYSTEM_BUS_ADDRESS"
+
+step "Enable every log category for all sources (stored in LOG:PERM:CFG, read when the plug-in loads)"
+"$kslog" config --source all --enable DEBUG,DIAG,TRACE,INFO,WARN,ERROR,FATAL,EMERG --save >/dev/null
 redis-cli -s "$ORV_REDIS_SOCKET" HGET LOG:PERM:CFG all
 
-step "Loading the plug-in and sending request id 3, which no command serves"
-"$host" raw 3 || true
+step "Start the simulated camera: imager, parameter and I/O services on the bus, results on trigger"
+"$camsim" --apps 4 >"$run/camsim.out" 2>"$out/camsim.log" &
+pids+=($!)
+wait_for "the simulated camera" grep -q ready "$run/camsim.out"
+echo "camsim is serving com.orv.imager, com.orv.quillon and com.orv.iom"
 
-step "The log entries this wrote (redis-cli LRANGE LOG:ENTRIES 0 -1)"
-redis-cli -s "$ORV_REDIS_CACHE_SOCKET" LRANGE LOG:ENTRIES 0 -1 | tee "$out/log.txt"
+# The camera's identification EEPROM, served to the plug-in through umockdev: a connector board
+# with three I/O ports (board code A31). Its last byte is the CRC-8 (polynomial 0x97, start value
+# 0xFF) of the rest.
+python3 - "$run/eeprom.umockdev" <<'PY'
+import sys
+record = bytearray(b" " * 128)
+record[0:9] = b"#!03-AA31"
+crc = 0xFF
+for byte in record[:127]:
+    crc ^= byte
+    for _ in range(8):
+        crc = ((crc << 1) ^ 0x97) & 0xFF if crc & 0x80 else (crc << 1) & 0xFF
+record[127] = crc
+with open(sys.argv[1], "w") as f:
+    f.write("P: /devices/platform/i2c-2/2-0050\nE: SUBSYSTEM=i2c\nE: DRIVER=at24\n"
+            "L: driver=../../../bus/i2c/drivers/at24\nH: eeprom=%s\nA: name=24c02\n" % record.hex())
+PY
+host() { umockdev-run -d "$run/eeprom.umockdev" -- "$vorn_host" "$@"; }
 
-step "Done; outputs are in $out"
+step "Device identity: vendor, article, name, MAC address (request 20)"
+for key in vendor article_number name location mac_address ipv4_address port_number; do
+  printf '  %-16s %s\n' "$key" "$(host device-info "$key" | sed -n 's/^value: *//p')"
+done
+
+step "Applications: the list and the active one (request 14)"
+host apps
+
+step "Switch to application 2 (request 17) and list again"
+host set-app 2
+host apps | grep -E '^(active|status)'
+
+step "Trigger an image (request 9); the camera publishes a result"
+host trigger
+
+step "Acquire that result (4), fetch three images and the JSON model by key (2), free it (5)"
+cat >"$run/session.txt" <<SESSION
+acquire
+query {id} distance_image --out $out/distance_image.chunk
+query {id} amplitude_image --out $out/amplitude_image.chunk
+query {id} normalized_amplitude_image --out $out/normalized_amplitude_image.chunk
+query {id} json_model --out $out/json_model.chunk
+query {id} z4_amplitude_png --out $out/amplitude_with_rois.chunk
+free {id}
+SESSION
+host session <"$run/session.txt" | tee "$out/session.txt" | cut -c1-150
+tail -c +49 "$out/amplitude_with_rois.chunk" >"$out/amplitude_with_rois.png"
+tail -c +49 "$out/json_model.chunk" >"$out/json_model.json"
+echo "saved $out/amplitude_with_rois.png ($(file -b "$out/amplitude_with_rois.png" | cut -d, -f1-2))"
+echo "saved $out/json_model.json ($(wc -c <"$out/json_model.json") bytes)"
+
+step "Check two output-format descriptions in docs/examples (request 27)"
+for description in format-demo.json format-demo-binary.json; do
+  printf '  %-26s %s\n' "$description" "$(host validate "docs/examples/$description" | sed -n 's/^valid: *//p')"
+done
+
+step "Format a new result (request 26): in ASCII, then in binary for a little- and a big-endian bus"
+host trigger >/dev/null
+cat >"$run/format.txt" <<SESSION
+acquire
+format {id} docs/examples/format-demo.json --out $out/formatted-ascii.bin
+format {id} docs/examples/format-demo-binary.json --out $out/formatted-binary-little.bin
+format {id} docs/examples/format-demo-binary.json --big-endian --out $out/formatted-binary-big.bin
+free {id}
+SESSION
+# The formatter notes its choices on the debug output (standard error); keep them in a file.
+host session <"$run/format.txt" >"$out/format-session.txt" 2>"$out/format-debug.txt"
+echo "ASCII: $(head -c 60 "$out/formatted-ascii.bin" | tr -c '[:print:]' '.')... ($(wc -c <"$out/formatted-ascii.bin") bytes with the image)"
+for order in little big; do
+  echo "binary, $order-endian bus ($out/formatted-binary-$order.bin):"
+  od -A x -t x1 -v "$out/formatted-binary-$order.bin" | sed 's/^/  /'
+done
+
+step "I/O: read I/O 1 (request 12), set I/O 2 to 1 (request 11), read it back"
+host get-io 1 || true
+host set-io 2 1 || true
+host get-io 2 || true
+
+step "Statistics: results so far, as an integer and as a double (request 22)"
+host stats number_of_results 1
+host stats number_of_results 4
+
+step "The log that all of this wrote (kslog)"
+"$kslog" count
+"$kslog" list --from -25 | tee "$out/log.txt"
+
+step "Shut down"
+for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null || true; done
+pids=()
+left=$(find "$run" -name '*.sock' -o -name 'frame*' 2>/dev/null | wc -l)
+echo "camsim, the bus and Redis stopped; $left sockets or frames left in $run"
+echo
+echo "Outputs in $out:"
+ls -1 "$out"

@@ -169,9 +169,15 @@ void Output::print(bool oneLine) const
         return;
     }
     if (oneLine) {
+        // One reply per line: line breaks inside a value are shown as \n, long texts are cut.
         QStringList parts;
-        for (auto const& name : m_order)
-            parts.append(name + "=" + textOf(m_fields.value(name)));
+        for (auto const& name : m_order) {
+            QString value = textOf(m_fields.value(name));
+            value.replace('\n', "\\n").replace('\r', "\\r");
+            if (value.size() > 120)
+                value = value.left(100) + QString("...(%1 characters)").arg(value.size());
+            parts.append(name + "=" + value);
+        }
         fprintf(stdout, "%s\n", parts.join(' ').toUtf8().constData());
         return;
     }

@@ -103,6 +103,7 @@ public:
     // One line per field, or one compact JSON object when oneLine (the session mode).
     void print(bool oneLine = false) const;
     bool json() const { return m_json; }
+    QJsonValue value(QString const& name) const { return m_fields.value(name); }
 
 private:
     bool m_json;

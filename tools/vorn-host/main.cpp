@@ -41,7 +41,9 @@ std::string defaultPluginPath()
     return "libkestrelvorn.so"; // installed: found through the loader's search path
 }
 
-int runOne(Plugin& plugin, std::vector<std::string> words, bool json, bool oneLine)
+// Runs one subcommand; lastId (sessions only) receives the result id a reply names.
+int runOne(Plugin& plugin, std::vector<std::string> words, bool json, bool oneLine,
+           std::string* lastId = nullptr)
 {
     Command const* command = findCommand(words.front());
     if (command == nullptr) {
@@ -58,6 +60,8 @@ int runOne(Plugin& plugin, std::vector<std::string> words, bool json, bool oneLi
     try {
         int code = command->run(plugin, out, args);
         out.print(oneLine);
+        if (lastId != nullptr && out.value("id").isString())
+            *lastId = out.value("id").toString().toStdString();
         fflush(stdout);
         return code;
     } catch (UsageError const& e) {
@@ -94,13 +98,20 @@ std::vector<std::string> splitWords(std::string const& line)
     return words;
 }
 
-// One request per input line, one reply per output line; the exit code is the worst line's.
+// One request per input line, one reply per output line; the exit code is the worst line's. The
+// word "{id}" stands for the result id that the last acquire answered, so a script can acquire,
+// query and free without knowing the id in advance.
 int runSession(Plugin& plugin, bool json)
 {
     int worst = 0;
     std::string line;
+    std::string lastId;
     while (std::getline(std::cin, line)) {
         std::vector<std::string> words = splitWords(line);
+        for (auto& word : words) {
+            if (word == "{id}")
+                word = lastId;
+        }
         if (words.empty() || words.front()[0] == '#')
             continue;
         if (words.front() == "session") {
@@ -108,7 +119,7 @@ int runSession(Plugin& plugin, bool json)
             worst = std::max(worst, 2);
             continue;
         }
-        worst = std::max(worst, runOne(plugin, words, json, true));
+        worst = std::max(worst, runOne(plugin, words, json, true, &lastId));
     }
     return worst;
 }
@@ -145,8 +156,10 @@ int main(int argc, char** argv)
     if (session && words.size() > 1 && words[1] == "--help") {
         printf("usage: vorn-host [--json] session < requests.txt\n\n"
                "Reads one command per line (the same words as the subcommands, \"#\" starts a comment)\n"
-               "and prints one reply per line, as JSON with --json.\n\n"
-               "example:\n  printf 'acquire\\nquery 1 distance_image\\n' | vorn-host --json session\n");
+               "and prints one reply per line, as JSON with --json. The word {id} stands for the\n"
+               "result id of the last acquire.\n\n"
+               "example:\n  printf 'acquire\\nquery {id} distance_image\\nfree {id}\\n' | vorn-host --json "
+               "session\n");
         return 0;
     }
     if (!session && findCommand(words.front()) == nullptr) {
