@@ -1,0 +1,61 @@
+#!/bin/bash
+# Installs the build into a temporary root, as a package would, and checks that the installed
+# plug-in loads and finds its installed schema; then builds the Debian package and checks that it
+# carries the library, the schema, the tools and the bus policy.
+#   install.sh BUILD_DIR SOURCE_DIR
+set -euo pipefail
+build=$1
+source=$2
+root=$(mktemp -d /tmp/kv-install-XXXXXX)
+redis_pids=()
+cleanup() {
+  for pid in "${redis_pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  wait 2>/dev/null || true
+  rm -rf "$root"
+}
+trap cleanup EXIT
+fail() { echo "install test: $*" >&2; exit 1; }
+
+DESTDIR="$root/dest" cmake --install "$build" --prefix /usr >"$root/install.log"
+dest="$root/dest"
+lib=$(find "$dest/usr/lib" -name 'libkestrelvorn.so.*' -type f | head -1)
+[ -n "$lib" ] || fail "no libkestrelvorn.so installed under /usr/lib"
+schema="$dest/opt/orv/usr/share/vorn/schema"
+[ -f "$schema/vorn-format.json" ] || fail "schema not installed in the camera's schema folder"
+for tool in vorn-host kslog camsim; do
+  [ -x "$dest/usr/bin/$tool" ] || fail "$tool not installed"
+done
+[ -f "$dest/usr/share/dbus-1/system.d/com.orv.lrae.conf" ] || fail "bus policy not installed"
+
+# The installed plug-in, loaded by the installed host stub, validates descriptions against the
+# installed schema (nothing here may come from the build or source tree but the descriptions).
+for sock in cache perm; do
+  redis-server --port 0 --unixsocket "$root/$sock.sock" --save "" --appendonly no --logfile "" \
+    --loglevel warning >/dev/null &
+  redis_pids+=($!)
+done
+for sock in cache perm; do
+  for _ in $(seq 200); do redis-cli -s "$root/$sock.sock" ping >/dev/null 2>&1 && break; sleep 0.05; done
+done
+export ORV_REDIS_CACHE_SOCKET="$root/cache.sock" ORV_REDIS_SOCKET="$root/perm.sock"
+export ORV_VORN_SCHEMA_DIR="$schema" DBUS_SYSTEM_BUS_ADDRESS="unix:path=$root/no-bus"
+export VORN_PLUGIN="$lib"
+"$dest/usr/bin/vorn-host" validate "$source/docs/examples/format-demo.json" | grep -q '^valid: *true' \
+  || fail "the installed plug-in rejects a valid description"
+if "$dest/usr/bin/vorn-host" validate "$source/tests/data/formats/invalid/base-17.json" >"$root/out" 2>&1; then
+  fail "the installed plug-in accepts a description with base 17"
+fi
+grep -q '^valid: *false' "$root/out" || fail "no verdict for an invalid description: $(cat "$root/out")"
+echo "installed plug-in loads and validates against the installed schema"
+
+# The Debian package.
+(cd "$root" && cpack -G DEB --config "$build/CPackConfig.cmake" -B "$root/pkg" >"$root/cpack.log") \
+  || { cat "$root/cpack.log" >&2; fail "cpack failed"; }
+deb=$(find "$root/pkg" -maxdepth 1 -name '*.deb' | head -1)
+[ -n "$deb" ] || fail "cpack made no .deb"
+contents=$(dpkg-deb -c "$deb")
+for path in 'usr/lib/(.*/)?libkestrelvorn\.so' 'opt/orv/usr/share/vorn/schema/vorn-format\.json' \
+  'usr/bin/vorn-host' 'usr/bin/kslog' 'usr/share/dbus-1/system.d/com\.orv\.lrae\.conf'; do
+  echo "$contents" | grep -qE "\./$path" || fail "the package lacks $path"
+done
+echo "package $(basename "$deb") carries the library, schema, tools and bus policy"
