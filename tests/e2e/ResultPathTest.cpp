@@ -431,8 +431,11 @@ TEST_F(ResultPath, RepeatedCyclesLeaveTheFrameDirectoryAndTheMemoryFlat)
     ASSERT_TRUE(child.exited) << child.errors;
     ASSERT_EQ(child.exitCode, 0) << child.errors;
     // Forty further cycles after warming up: a leak of the derived chunks (some 20 kB a cycle)
-    // would show here.
+    // would show here. Under AddressSanitizer freed memory sits in quarantine and the resident size
+    // grows regardless; its leak checker watches the buffers there instead.
+#ifndef __SANITIZE_ADDRESS__
     EXPECT_LT(std::stol(child.output), 200) << "kB grown over 40 cycles";
+#endif
     EXPECT_TRUE(camera.frameFiles().empty());
 }
 
