@@ -72,30 +72,32 @@ RedisLogger::~RedisLogger()
 
 int RedisLogger::log(Category category, char const* format, ...) const
 {
-    Lock lock(RedisLoggerPimpl::loggerMutex());
-    if ((static_cast<unsigned int>(category) & m_pimpl->mask) == 0)
-        return 0;
-    char message[LogEntryFormat::kEntrySize];
     va_list args;
     va_start(args, format);
-    unsigned int const length = formatMessage(message, format, args);
+    int const result = logFormatted(category, false, format, args);
     va_end(args);
-    // An empty message has length 0, which the entry write reads as "up to the zero": the same.
-    return m_pimpl->logFixed(category, message, length, true);
+    return result;
 }
 
 int RedisLogger::logOnce(Category category, char const* format, ...) const
+{
+    va_list args;
+    va_start(args, format);
+    int const result = logFormatted(category, true, format, args);
+    va_end(args);
+    return result;
+}
+
+int RedisLogger::logFormatted(Category category, bool once, char const* format, va_list args) const
 {
     Lock lock(RedisLoggerPimpl::loggerMutex());
     if ((static_cast<unsigned int>(category) & m_pimpl->mask) == 0)
         return 0;
     char message[LogEntryFormat::kEntrySize];
-    va_list args;
-    va_start(args, format);
     unsigned int const length = formatMessage(message, format, args);
-    va_end(args);
-    if (!RedisLoggerPimpl::firstTimeLogged(std::string(message, length)))
+    if (once && !RedisLoggerPimpl::firstTimeLogged(std::string(message, length)))
         return 0;
+    // An empty message has length 0, which the entry write reads as "up to the zero": the same.
     return m_pimpl->logFixed(category, message, length, true);
 }
 

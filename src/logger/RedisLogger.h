@@ -2,6 +2,7 @@
 // trimmed, and published on a channel of the same name, where the log tools read and follow it.
 #pragma once
 
+#include <cstdarg>
 #include <map>
 #include <string>
 #include <vector>
@@ -15,7 +16,8 @@ class RedisLogger
 {
 public:
     // One bit per category, so that a set of categories is a mask.
-    enum Category : unsigned int {
+    enum Category : unsigned int
+    {
         DEBUG = 0x01,
         DIAG = 0x02,
         TRACE = 0x04,
@@ -59,6 +61,9 @@ public:
     void subscribeLatest(void (*callback)(std::map<std::string, std::string>&));
 
 private:
+    // The body of log and logOnce: mask test first, so a filtered message is never formatted.
+    int logFormatted(Category category, bool once, char const* format, va_list args) const;
+
     RedisLoggerPimpl* m_pimpl;
 };
 
