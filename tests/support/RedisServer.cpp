@@ -1,10 +1,8 @@
 #include "RedisServer.h"
 
-#include <chrono>
-#include <csignal>
+#include "SocketService.h"
+
 #include <stdexcept>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 #include <hiredis/hiredis.h>
@@ -27,15 +25,6 @@ RedisReply convert(redisReply const* reply)
     return out;
 }
 
-bool accepts(std::string const& socketPath)
-{
-    redisContext* c = redisConnectUnix(socketPath.c_str());
-    bool ok = c != nullptr && c->err == 0;
-    if (c != nullptr)
-        redisFree(c);
-    return ok;
-}
-
 } // namespace
 
 RedisServer::RedisServer(std::string socketPath)
@@ -46,29 +35,10 @@ RedisServer::RedisServer(std::string socketPath)
     }
     m_socketPath = socketPath;
 
-    m_pid = fork();
-    if (m_pid < 0)
-        throw std::runtime_error("fork failed");
-    if (m_pid == 0) {
-        execlp("redis-server", "redis-server", "--port", "0", "--unixsocket", m_socketPath.c_str(),
-               "--unixsocketperm", "700", "--save", "", "--appendonly", "no", "--daemonize", "no",
-               "--loglevel", "warning", "--logfile", "", static_cast<char*>(nullptr));
-        _exit(127);
-    }
-
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!accepts(m_socketPath)) {
-        int status = 0;
-        if (waitpid(m_pid, &status, WNOHANG) == m_pid) {
-            m_pid = -1;
-            throw std::runtime_error("redis-server exited at start (is it installed?)");
-        }
-        if (std::chrono::steady_clock::now() > deadline) {
-            stop();
-            throw std::runtime_error("redis-server did not open " + m_socketPath + " in time");
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    m_pid = startSocketService({"redis-server", "--port", "0", "--unixsocket", m_socketPath,
+                                "--unixsocketperm", "700", "--save", "", "--appendonly", "no", "--daemonize",
+                                "no", "--loglevel", "warning", "--logfile", ""},
+                               m_socketPath);
 }
 
 RedisServer::~RedisServer()
@@ -84,10 +54,7 @@ void RedisServer::stop()
     }
     if (m_pid <= 0)
         return;
-    kill(m_pid, SIGTERM);
-    int status = 0;
-    waitpid(m_pid, &status, 0);
-    m_pid = -1;
+    stopService(m_pid);
     unlink(m_socketPath.c_str());
 }
 

@@ -22,8 +22,9 @@ TEST(DataBlockLayout, HasNineWordsAroundThePayloadPointer)
     EXPECT_EQ(sizeof(DataBlock), kPointer + 8 * 4);
     EXPECT_EQ(offsetof(DataBlock, data), 0u);
     EXPECT_EQ(offsetof(DataBlock, command), kPointer + 12);
-    if (kPointer == 4)
+    if (kPointer == 4) {
         EXPECT_EQ(sizeof(DataBlock), 36u);
+    }
 }
 
 TEST(CreateDataBlock, ZeroesEveryWordButCommandAndPayload)
