@@ -116,7 +116,7 @@ TEST_F(Kslog, ListsFiltersCountsAndClearsTheLog)
     auto other = logger("Other");
     kscom->log(RedisLogger::ERROR, "disk full");
     kscom->log(RedisLogger::WARN, "slow frame");
-    other->log(RedisLogger::ERROR, "path \"a/b\" missing");
+    other->log(RedisLogger::ERROR, "path \"a/b\\c\" missing");
     other->log(RedisLogger::EMERG, "it's over");
 
     ToolRun all = kslog({"list"});
@@ -124,16 +124,16 @@ TEST_F(Kslog, ListsFiltersCountsAndClearsTheLog)
     auto const rows = lines(all.out);
     ASSERT_EQ(rows.size(), 4u);
     EXPECT_THAT(rows[0], ::testing::MatchesRegex(" *[0-9]+\\.[0-9]+ +[0-9]+ ERROR +KSCOM +disk full"));
-    EXPECT_THAT(rows[2], HasSubstr("path \"a/b\" missing")); // shown as logged, not as stored
-    EXPECT_THAT(all.out, Not(HasSubstr("\033[")));           // no colours into a file
+    EXPECT_THAT(rows[2], HasSubstr("path \"a/b\\c\" missing")); // shown as logged, not as stored
+    EXPECT_THAT(all.out, Not(HasSubstr("\033[")));              // no colours into a file
 
     ToolRun errors = kslog({"list", "--category", "error,emerg", "--source", "Other", "--json"});
     ASSERT_EQ(errors.exitCode, 0) << errors.err;
     ASSERT_EQ(lines(errors.out).size(), 2u);
-    EXPECT_THAT(lines(errors.out)[0], HasSubstr(R"("M":"path \"a/b\" missing")"));
+    EXPECT_THAT(lines(errors.out)[0], HasSubstr(R"("M":"path \"a/b\\c\" missing")"));
     EXPECT_THAT(lines(errors.out)[1], HasSubstr(R"("C":"EMERG")"));
 
-    ToolRun grep = kslog({"list", "--grep", "\"a/b\""});
+    ToolRun grep = kslog({"list", "--grep", "\"a/b\\c\""});
     EXPECT_EQ(lines(grep.out).size(), 1u) << grep.err;
     ToolRun quote = kslog({"list", "--grep", "it's"});
     EXPECT_EQ(lines(quote.out).size(), 1u) << quote.err;
@@ -161,7 +161,8 @@ TEST_F(Kslog, ConfigEnablingDebugChangesWhatARunningLoggerWritesAndSaveKeepsIt)
            std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
 
-    ToolRun config = kslog({"config", "--source", "KSCOM", "--enable", "DEBUG,ERROR", "--max", "500", "--save"});
+    ToolRun config =
+        kslog({"config", "--source", "KSCOM", "--enable", "DEBUG,ERROR", "--max", "500", "--save"});
     ASSERT_EQ(config.exitCode, 0) << config.err;
     EXPECT_EQ(m_redis.permanent().hget("LOG:PERM:CFG", "KSCOM"),
               "{\n\"source\" : \"KSCOM\"\n,\"max\" : 500\n,\"mask\" : 33\n}\n");
@@ -178,6 +179,11 @@ TEST_F(Kslog, ConfigEnablingDebugChangesWhatARunningLoggerWritesAndSaveKeepsIt)
 
     ToolRun nothing = kslog({"config", "--source", "KSCOM"});
     EXPECT_EQ(nothing.exitCode, 2);
+    // An expression that does not compile would end every logging process that took it.
+    ToolRun broken = kslog({"config", "--source", "KSCOM", "--segv", "(["});
+    EXPECT_EQ(broken.exitCode, 2);
+    EXPECT_THAT(broken.err, HasSubstr("not a valid regular expression"));
+    EXPECT_EQ(kscom->log(RedisLogger::ERROR, "still alive"), 0);
 }
 
 TEST_F(Kslog, TailFollowShowsAnEntryWrittenAfterItStarted)

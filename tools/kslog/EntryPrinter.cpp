@@ -26,17 +26,6 @@ char const* colourOf(std::string const& category)
 
 } // namespace
 
-std::string EntryPrinter::unescape(std::string const& stored)
-{
-    std::string out;
-    for (size_t i = 0; i < stored.size(); ++i) {
-        if (stored[i] == '\\' && i + 1 < stored.size())
-            ++i;
-        out += stored[i];
-    }
-    return out;
-}
-
 void EntryPrinter::print(Entry const& entry) const
 {
     if (m_json)
@@ -50,8 +39,8 @@ void EntryPrinter::printJson(Entry const& entry) const
 {
     cJSON* object = cJSON_CreateObject();
     for (auto const& member : entry) {
-        std::string const value = member.first == "M" ? unescape(member.second) : member.second;
-        cJSON_AddStringToObject(object, member.first.c_str(), value.c_str());
+        // Read back through cJSON, the members already hold the message as it was logged.
+        cJSON_AddStringToObject(object, member.first.c_str(), member.second.c_str());
     }
     char* text = cJSON_PrintUnformatted(object);
     fprintf(m_out, "%s\n", text != nullptr ? text : "{}");
@@ -65,7 +54,7 @@ void EntryPrinter::printColumns(Entry const& entry) const
     char const* on = m_colour ? colourOf(category) : "";
     char const* off = m_colour ? "\033[0m" : "";
     fprintf(m_out, "%12s %7s %s%-7s%s %-16s %s\n", valueOf(entry, "T").c_str(), valueOf(entry, "P").c_str(),
-            on, category.c_str(), off, valueOf(entry, "S").c_str(), unescape(valueOf(entry, "M")).c_str());
+            on, category.c_str(), off, valueOf(entry, "S").c_str(), valueOf(entry, "M").c_str());
 }
 
 } // namespace kslog

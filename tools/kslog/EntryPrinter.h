@@ -17,9 +17,6 @@ public:
 
     void print(Entry const& entry) const;
 
-    // The message as it was logged: the stored escapes (\" \/ \\) undone.
-    static std::string unescape(std::string const& stored);
-
 private:
     void printJson(Entry const& entry) const;
     void printColumns(Entry const& entry) const;

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <regex>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -263,6 +264,15 @@ int runConfig(Options const& options)
         options.has("--mask") || options.has("--enable") || options.has("--max") || options.has("--segv");
     if (!anything)
         throw UsageError("nothing to configure: give --mask, --enable, --max or --segv");
+    // Every logger that takes the expression compiles it on its next message; one that does not
+    // compile would end each of those processes, so it is refused here.
+    if (options.has("--segv")) {
+        try {
+            std::regex(options.get("--segv"), std::regex::ECMAScript);
+        } catch (std::regex_error const& e) {
+            throw UsageError("--segv is not a valid regular expression: " + std::string(e.what()));
+        }
+    }
 
     std::string source = options.has("--source") ? options.get("--source") : "all";
     cJSON* text = cJSON_CreateObject();
