@@ -1,4 +1,5 @@
 #include "info/VORNQueryDeviceInfo.h"
+#include "core/TextField.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -49,11 +50,11 @@ DataBlock* VORNQueryDeviceInfo::execute(DataBlock const* request)
     if (query == m_queries.end()) {
         reply->status = VornStatus::RejectedArgument;
     } else {
-        strncpy(reply->key, key, sizeof reply->key);
+        copyTextField(reply->key, sizeof reply->key, key);
         try {
             std::string value;
             if (query->second->execute(value)) {
-                strncpy(reply->value, value.c_str(), sizeof reply->value);
+                copyTextField(reply->value, sizeof reply->value, value.c_str());
                 reply->status = VornStatus::Success;
             }
         } catch (std::bad_alloc const& e) {

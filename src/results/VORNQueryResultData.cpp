@@ -1,4 +1,5 @@
 #include "results/VORNQueryResultData.h"
+#include "core/TextField.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -63,7 +64,7 @@ VORNResultData_t* VORNQueryResultData::createResult(std::string name, VORNDataTy
     // The whole record is zeroed, reserved bytes included, so nothing of the heap leaks to clients.
     memset(record, 0, sizeof *record);
     record->status = VornStatus::Success;
-    strncpy(record->name, name.c_str(), sizeof record->name);
+    copyTextField(record->name, sizeof record->name, name.c_str());
     record->type = type;
     record->size = static_cast<uint32_t>(size);
     record->data = data;
