@@ -15,10 +15,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "PluginChild.h"
 #include "Program.h"
 #include "RedisServer.h"
+#include "ScopedEnv.h"
 #include "TempDir.h"
 #include "logger/RedisLogger.h"
+
+#include <hiredis/hiredis.h>
 
 using orv::Logger::RedisLogger;
 using orv::test::RedisEnvironment;
@@ -244,6 +248,69 @@ TEST_F(Kslog, ExplainsAnUnreachableServerAndWrongUsageWithoutCrashing)
         EXPECT_THAT(help.out, HasSubstr("Example:\n  kslog " + std::string(command))) << command;
     }
     EXPECT_THAT(kslog({"list", "--help"}).out, HasSubstr("INSIDE the\n                     Redis server"));
+}
+
+} // namespace
+
+namespace {
+
+// True once the log list holds an entry with the given text.
+bool listed(std::string const& socketPath, char const* text)
+{
+    redisContext* c = redisConnectUnix(socketPath.c_str());
+    bool found = false;
+    if (c != nullptr && c->err == 0) {
+        auto* reply = static_cast<redisReply*>(redisCommand(c, "LRANGE LOG:ENTRIES 0 -1"));
+        for (size_t i = 0; reply != nullptr && i < reply->elements; ++i)
+            found = found || strstr(reply->element[i]->str, text) != nullptr;
+        if (reply != nullptr)
+            freeReplyObject(reply);
+    }
+    if (c != nullptr)
+        redisFree(c);
+    return found;
+}
+
+TEST_F(Kslog, ConfigEnablingDebugChangesWhatTheLoadedPluginWrites)
+{
+    std::string const cache = m_redis.cache().socketPath();
+    orv::test::ScopedEnv noBus("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + m_dir.file("no-bus"));
+    // The plug-in's subscription reaches the server a moment after the load: wait for it, so the
+    // published configuration is not lost, then enable DEBUG for the plug-in's logger.
+    ToolRun config;
+    std::thread configure([&] {
+        auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (orv::test::RedisServer::numberOfSubscribers(cache, RedisLogger::getLoggerCfgKey()) < 1 &&
+               std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        config = kslog({"config", "--source", "KSCOM", "--enable", "DEBUG,ERROR"});
+    });
+    // VORN_init writes a DEBUG entry, dropped by the initial mask until the configuration arrives.
+    orv::test::ChildResult child = orv::test::runWithPlugin([&](orv::test::LoadedPlugin& plugin) {
+        auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (std::chrono::steady_clock::now() < deadline) {
+            plugin.init();
+            if (listed(cache, "void* VORN_init()() "))
+                return 0;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return 1;
+    });
+    configure.join();
+    ASSERT_EQ(config.exitCode, 0) << config.err;
+    ASSERT_EQ(child.exitCode, 0) << child.errors;
+
+    std::vector<std::string> const entries = m_redis.cache().lrange("LOG:ENTRIES");
+    auto const applied = std::find_if(entries.begin(), entries.end(), [](std::string const& e) {
+        return e.find("\"S\":\"KSCOM\"") != std::string::npos &&
+               e.find("Applying new log configuration: mask(0x21)") != std::string::npos;
+    });
+    ASSERT_NE(applied, entries.end());
+    auto const isInit = [](std::string const& e) {
+        return e.find("void* VORN_init()() ") != std::string::npos;
+    };
+    EXPECT_EQ(std::count_if(entries.begin(), applied, isInit), 0);
+    EXPECT_GE(std::count_if(applied, entries.end(), isInit), 1);
 }
 
 } // namespace

@@ -121,6 +121,22 @@ void RedisServer::del(std::string const& key)
     command({"DEL", key});
 }
 
+long long RedisServer::numberOfSubscribers(std::string const& socketPath, std::string const& channel)
+{
+    redisContext* c = redisConnectUnix(socketPath.c_str());
+    long long count = 0;
+    if (c != nullptr && c->err == 0) {
+        auto* reply = static_cast<redisReply*>(redisCommand(c, "PUBSUB NUMSUB %s", channel.c_str()));
+        if (reply != nullptr && reply->type == REDIS_REPLY_ARRAY && reply->elements == 2)
+            count = reply->element[1]->integer;
+        if (reply != nullptr)
+            freeReplyObject(reply);
+    }
+    if (c != nullptr)
+        redisFree(c);
+    return count;
+}
+
 RedisEnvironment::RedisEnvironment()
     : m_dir("kv-env"), m_cache(m_dir.file("cache.sock")), m_permanent(m_dir.file("perm.sock")),
       m_cacheEnv("ORV_REDIS_CACHE_SOCKET", m_cache.socketPath()),

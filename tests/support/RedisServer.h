@@ -44,6 +44,9 @@ public:
     long long publish(std::string const& channel, std::string const& message);
     void del(std::string const& key);
 
+    // Subscribers of a channel, asked on a connection of its own (safe in a forked child too).
+    static long long numberOfSubscribers(std::string const& socketPath, std::string const& channel);
+
 private:
     redisContext* client();
 
