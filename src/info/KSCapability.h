@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
-enum KSCapability_t
+// A fixed underlying type: a product may ask for a capability newer than this table, and any int
+// must then be a valid value (it is answered as present everywhere).
+enum KSCapability_t : int
 {
     KS_CAP_IO_TWO_PORTS = 0,    // two switchable I/Os, on pins 0 and 1
     KS_CAP_IO_THREE_PORTS = 1,  // three switchable I/Os, on pins 3, 5 and 4
