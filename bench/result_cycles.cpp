@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "PluginChild.h"
+#include "ProcessMemory.h"
 #include "RedisServer.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
@@ -25,16 +26,6 @@ constexpr int QueryResultData = 2;
 constexpr int AcquireResultId = 4;
 constexpr int FreeRequestId = 5;
 constexpr unsigned Width = 176, Height = 132;
-
-long residentKb()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.compare(0, 6, "VmRSS:") == 0)
-            return std::stol(line.substr(6));
-    return -1;
-}
 
 int filesIn(std::string const& dir)
 {
@@ -140,7 +131,7 @@ Camera& camera()
 void cycles(benchmark::State& state, std::vector<std::string> const& keys)
 {
     Camera& cam = camera();
-    long const before = residentKb();
+    long const before = orv::test::residentKb();
     for (auto _ : state) {
         state.PauseTiming();
         std::string const id = cam.publish();
@@ -154,7 +145,7 @@ void cycles(benchmark::State& state, std::vector<std::string> const& keys)
             break;
         }
     }
-    state.counters["rss_growth_kB"] = double(residentKb() - before);
+    state.counters["rss_growth_kB"] = double(orv::test::residentKb() - before);
     state.counters["frames_left"] = filesIn(cam.frameDir());
 }
 

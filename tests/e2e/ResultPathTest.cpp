@@ -15,6 +15,7 @@
 
 #include "CameraSim.h"
 #include "PluginChild.h"
+#include "ProcessMemory.h"
 #include "RedisServer.h"
 #include "Require.h"
 #include "ScopedEnv.h"
@@ -385,17 +386,6 @@ TEST_F(ResultPath, PicturesAKnownAmplitudeImageAsTheGreyPngTheConverterDefines)
     EXPECT_EQ(decoded, expected.str());
 }
 
-// Memory of the child in kB (resident set), read from /proc.
-long residentKb()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.compare(0, 6, "VmRSS:") == 0)
-            return std::stol(line.substr(6));
-    return -1;
-}
-
 TEST_F(ResultPath, RepeatedCyclesLeaveTheFrameDirectoryAndTheMemoryFlat)
 {
     int const cycles = 50;
@@ -423,9 +413,9 @@ TEST_F(ResultPath, RepeatedCyclesLeaveTheFrameDirectoryAndTheMemoryFlat)
             if (statusOf(plugin.request(handle, FreeRequestId, id.c_str())) != 0)
                 return 200 + i;
             if (i == 9)
-                warm = residentKb();
+                warm = orv::test::residentKb();
         }
-        plugin.send(std::to_string(residentKb() - warm));
+        plugin.send(std::to_string(orv::test::residentKb() - warm));
         return 0;
     });
     ASSERT_TRUE(child.exited) << child.errors;
