@@ -3,42 +3,82 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdarg>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
+#include <memory>
 #include <poll.h>
 #include <stdexcept>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include "Program.h"
+#include <dbus/dbus.h>
+
+#include "Process.h"
 
 namespace orv {
 namespace test {
+namespace {
+
+struct ConnectionClose
+{
+    void operator()(DBusConnection* c) const
+    {
+        dbus_connection_close(c);
+        dbus_connection_unref(c);
+    }
+};
+struct MessageUnref
+{
+    void operator()(DBusMessage* m) const { dbus_message_unref(m); }
+};
+using MessagePtr = std::unique_ptr<DBusMessage, MessageUnref>;
+
+// One control call on a fresh private connection, opened by address rather than as "the system
+// bus", so that libdbus remembers nothing that a plug-in loaded later in a forked child inherits.
+MessagePtr control(char const* method, int first, ...)
+{
+    DBusError error;
+    dbus_error_init(&error);
+    char const* address = getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    std::unique_ptr<DBusConnection, ConnectionClose> connection(
+        dbus_connection_open_private(address != nullptr ? address : "", &error));
+    if (connection && !dbus_bus_register(connection.get(), &error))
+        connection.reset();
+    MessagePtr reply;
+    if (connection) {
+        dbus_connection_set_exit_on_disconnect(connection.get(), FALSE);
+        MessagePtr call(dbus_message_new_method_call("com.orv.imager", "/", "com.orv.imager", method));
+        va_list args;
+        va_start(args, first);
+        dbus_message_append_args_valist(call.get(), first, args);
+        va_end(args);
+        reply.reset(dbus_connection_send_with_reply_and_block(connection.get(), call.get(), 5000, &error));
+    }
+    if (!reply) {
+        std::string const text = error.message != nullptr ? error.message : "no bus";
+        dbus_error_free(&error);
+        throw std::runtime_error(std::string("camsim control ") + method + ": " + text);
+    }
+    return reply;
+}
+
+} // namespace
 
 CameraSim::CameraSim(CameraSimOptions const& options)
 {
     char rate[32];
     snprintf(rate, sizeof rate, "%g", options.rate);
-    std::vector<std::string> const command = programCommand(
-        KV_CAMSIM_PATH, {"--rate", rate, "--size", options.size, "--ring", std::to_string(options.ring)});
+    std::vector<std::string> args = {"--rate", rate,
+                                     "--size", options.size,
+                                     "--ring", std::to_string(options.ring),
+                                     "--apps", std::to_string(options.applications)};
+    for (std::string const& fault : options.faults)
+        args.insert(args.end(), {"--fault", fault});
     int fds[2];
-    if (pipe(fds) != 0)
+    if (pipe2(fds, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe failed");
-    fflush(nullptr);
-    m_pid = fork();
-    if (m_pid < 0)
-        throw std::runtime_error("fork failed");
-    if (m_pid == 0) {
-        dup2(fds[1], STDOUT_FILENO);
-        close(fds[0]);
-        close(fds[1]);
-        std::vector<char*> argv;
-        for (std::string const& item : command)
-            argv.push_back(const_cast<char*>(item.c_str()));
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
+    m_pid = spawn(programCommand(KV_CAMSIM_PATH, args), fds[1]);
     close(fds[1]);
     m_out = fds[0];
     if (readLine(20000) != "ready") {
@@ -64,16 +104,12 @@ std::string CameraSim::readLine(int timeoutMs)
         }
         auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0)
-            return "";
         pollfd p{m_out, POLLIN, 0};
-        int ready = poll(&p, 1, static_cast<int>(left.count()));
+        int const ready = left.count() > 0 ? poll(&p, 1, static_cast<int>(left.count())) : 0;
         if (ready < 0 && errno == EINTR)
             continue;
-        if (ready <= 0)
-            return "";
         char buffer[256];
-        ssize_t n = read(m_out, buffer, sizeof buffer);
+        ssize_t const n = ready > 0 ? read(m_out, buffer, sizeof buffer) : 0;
         if (n <= 0)
             return "";
         m_pending.append(buffer, static_cast<size_t>(n));
@@ -93,13 +129,8 @@ std::string CameraSim::trigger()
 
 int CameraSim::stop()
 {
-    if (m_pid > 0) {
-        kill(m_pid, SIGTERM);
-        int status = 0;
-        waitpid(m_pid, &status, 0);
-        m_exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        m_pid = -1;
-    }
+    if (m_pid > 0)
+        m_exitCode = stopProcess(m_pid);
     if (m_out >= 0) {
         close(m_out);
         m_out = -1;
@@ -117,6 +148,35 @@ std::vector<std::string> CameraSim::frameFiles() const
         closedir(dir);
     }
     return names;
+}
+
+void CameraSim::setFault(std::string const& method, std::string const& kind)
+{
+    char const* m = method.c_str();
+    char const* k = kind.c_str();
+    control("camsimSetFault", DBUS_TYPE_STRING, &m, DBUS_TYPE_STRING, &k, DBUS_TYPE_INVALID);
+}
+
+void CameraSim::setApplications(int count)
+{
+    int32_t c = count;
+    control("camsimSetApplications", DBUS_TYPE_INT32, &c, DBUS_TYPE_INVALID);
+}
+
+void CameraSim::setPin(int pin, int mode, int state)
+{
+    int32_t p = pin, m = mode, s = state;
+    control("camsimSetPin", DBUS_TYPE_INT32, &p, DBUS_TYPE_INT32, &m, DBUS_TYPE_INT32, &s, DBUS_TYPE_INVALID);
+}
+
+std::pair<int, int> CameraSim::pin(int pin)
+{
+    int32_t p = pin;
+    MessagePtr reply = control("camsimGetPin", DBUS_TYPE_INT32, &p, DBUS_TYPE_INVALID);
+    int32_t mode = -1, state = -1;
+    dbus_message_get_args(reply.get(), nullptr, DBUS_TYPE_INT32, &mode, DBUS_TYPE_INT32, &state,
+                          DBUS_TYPE_INVALID);
+    return {mode, state};
 }
 
 } // namespace test

@@ -1,10 +1,12 @@
-// The built simulated camera in a process of its own, publishing results into frame and imager-run
-// directories of the test's own (pointed at by ORV_FRAME_DIR and ORV_IMAGER_RUN_DIR while the
-// object lives), stopped with SIGTERM on destruction. Needs the Redis environment.
+// The built simulated camera in a process of its own: results published into frame and imager-run
+// directories of the test's own (ORV_FRAME_DIR and ORV_IMAGER_RUN_DIR point at them while the
+// object lives) and, when DBUS_SYSTEM_BUS_ADDRESS names a bus, the device services on it. Stopped
+// with SIGTERM on destruction. Needs the Redis environment.
 #pragma once
 
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 #include "ScopedEnv.h"
@@ -18,6 +20,8 @@ struct CameraSimOptions
     double rate = 0; // results per second; 0: only on trigger()
     std::string size = "176x132";
     unsigned int ring = 8;
+    int applications = 3;
+    std::vector<std::string> faults; // "method=kind[:value]", as camsim's --fault takes them
 };
 
 class CameraSim
@@ -33,11 +37,18 @@ public:
     std::string trigger();
     // SIGTERM and wait; the exit code, or -1 when it did not exit by itself. Idempotent.
     int stop();
+    pid_t pid() const { return m_pid; }
 
     std::string const& frameDir() const { return m_frames.path(); }
     std::string const& runDir() const { return m_run.path(); }
     // Names of the files in the frame directory (frames published and claimed).
     std::vector<std::string> frameFiles() const;
+
+    // The device services' control calls, on a private bus connection of the test's own.
+    void setFault(std::string const& method, std::string const& kind);
+    void setApplications(int count);
+    void setPin(int pin, int mode, int state);
+    std::pair<int, int> pin(int pin); // mode and state
 
 private:
     std::string readLine(int timeoutMs);

@@ -1,6 +1,6 @@
 #include "DBusDaemon.h"
 
-#include "SocketService.h"
+#include "Process.h"
 
 #include <fstream>
 #include <stdexcept>
@@ -47,7 +47,7 @@ DBusDaemon::~DBusDaemon()
 void DBusDaemon::stop()
 {
     m_env.reset();
-    stopService(m_pid);
+    stopProcess(m_pid);
 }
 
 } // namespace test

@@ -1,15 +1,16 @@
 #include "PluginChild.h"
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <poll.h>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,9 +30,8 @@ DataBlock* LoadedPlugin::request(void* handle, int id, void const* payload)
 
 void LoadedPlugin::freeReply(DataBlock* reply)
 {
-    if (reply == nullptr)
-        return;
-    free(reply->data);
+    if (reply != nullptr)
+        free(reply->data);
     free(reply);
 }
 
@@ -39,7 +39,7 @@ void LoadedPlugin::send(void const* data, size_t size)
 {
     auto const* p = static_cast<char const*>(data);
     while (size > 0) {
-        ssize_t n = write(outFd, p, size);
+        ssize_t const n = write(outFd, p, size);
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
@@ -51,9 +51,8 @@ void LoadedPlugin::send(void const* data, size_t size)
 
 std::string pluginPath()
 {
-    if (char const* path = getenv("KV_PLUGIN"))
-        return path;
-    return KV_PLUGIN_PATH;
+    char const* path = getenv("KV_PLUGIN");
+    return path != nullptr ? path : KV_PLUGIN_PATH;
 }
 
 namespace {
@@ -71,27 +70,11 @@ int runChild(std::function<int(LoadedPlugin&)> const& body, std::string const& p
     }
     plugin.init = reinterpret_cast<LoadedPlugin::InitFn>(dlsym(lib, "VORN_init"));
     plugin.handleCall = reinterpret_cast<LoadedPlugin::HandleCallFn>(dlsym(lib, "VORN_handle_call"));
-    if (plugin.init == nullptr || plugin.handleCall == nullptr) {
-        fprintf(stderr, "dlsym: entry points missing\n");
+    if (plugin.init == nullptr || plugin.handleCall == nullptr)
         return 124;
-    }
-    int code = body(plugin);
+    int const code = body(plugin);
     dlclose(lib);
     return code;
-}
-
-std::string readFile(std::string const& path)
-{
-    std::string text;
-    FILE* f = fopen(path.c_str(), "rb");
-    if (f == nullptr)
-        return text;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, f)) > 0)
-        text.append(buffer, n);
-    fclose(f);
-    return text;
 }
 
 } // namespace
@@ -105,51 +88,40 @@ ChildResult runWithPlugin(std::function<int(LoadedPlugin&)> const& body, int tim
     if (pipe(fds) != 0)
         throw std::runtime_error("pipe failed");
     fflush(nullptr);
-
-    pid_t pid = fork();
+    pid_t const parent = getpid();
+    pid_t const pid = fork();
     if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // a plug-in child never outlives its test
+        if (getppid() != parent)
+            _exit(126);
+        alarm(static_cast<unsigned>((timeoutMs + 999) / 1000)); // and ends when it takes too long
         close(fds[0]);
-        int err = open(errorsPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        int const err = open(errorsPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         dup2(err, STDERR_FILENO);
         close(err);
-        int code = runChild(body, path, fds[1]);
+        int const code = runChild(body, path, fds[1]);
         fflush(nullptr);
         _exit(code);
     }
     close(fds[1]);
-
     ChildResult result;
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     char buffer[65536];
-    for (;;) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
-                                                                          std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
-            result.timedOut = true;
-            kill(pid, SIGKILL);
+    ssize_t n;
+    while ((n = read(fds[0], buffer, sizeof buffer)) != 0) {
+        if (n > 0)
+            result.output.append(buffer, static_cast<size_t>(n));
+        else if (errno != EINTR)
             break;
-        }
-        pollfd p{fds[0], POLLIN, 0};
-        int ready = poll(&p, 1, static_cast<int>(left.count()));
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0)
-            continue;
-        ssize_t n = read(fds[0], buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        result.output.append(buffer, static_cast<size_t>(n));
     }
     close(fds[0]);
-
     int status = 0;
     waitpid(pid, &status, 0);
     result.exited = WIFEXITED(status);
     result.exitCode = result.exited ? WEXITSTATUS(status) : -1;
     result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    result.errors = readFile(errorsPath);
+    result.timedOut = result.signal == SIGALRM;
+    std::ifstream errors(errorsPath);
+    result.errors.assign(std::istreambuf_iterator<char>(errors), {});
     return result;
 }
 

@@ -38,7 +38,7 @@ struct ChildResult
     bool exited = false; // ended through exit, with exitCode
     int exitCode = -1;
     int signal = 0;        // the signal that ended it, or 0
-    bool timedOut = false; // killed by the parent after the time limit
+    bool timedOut = false; // ended by its alarm after the time limit
     std::string output;    // what the body sent
     std::string errors;    // what the child wrote to standard error
 };
@@ -46,7 +46,7 @@ struct ChildResult
 std::string pluginPath(); // KV_PLUGIN, or the library this build made
 
 // Runs body in a child that has loaded the plug-in; body's result is the child's exit code. A
-// child still running after timeoutMs is killed.
+// child still running after timeoutMs ends by its alarm.
 ChildResult runWithPlugin(std::function<int(LoadedPlugin&)> const& body, int timeoutMs = 60000,
                           std::string const& path = pluginPath());
 

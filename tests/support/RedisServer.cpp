@@ -1,11 +1,16 @@
 #include "RedisServer.h"
 
-#include "SocketService.h"
-
+#include <chrono>
 #include <stdexcept>
+#include <thread>
 #include <unistd.h>
 
+#include <QJsonDocument>
+#include <QJsonObject>
+
 #include <hiredis/hiredis.h>
+
+#include "Process.h"
 
 namespace orv {
 namespace test {
@@ -14,8 +19,6 @@ namespace {
 RedisReply convert(redisReply const* reply)
 {
     RedisReply out;
-    if (reply == nullptr)
-        return out;
     out.type = reply->type;
     out.integer = reply->integer;
     if (reply->str != nullptr)
@@ -34,16 +37,20 @@ RedisServer::RedisServer(std::string socketPath)
         socketPath = m_dir->file("redis.sock");
     }
     m_socketPath = socketPath;
-
-    m_pid = startSocketService({"redis-server", "--port", "0", "--unixsocket", m_socketPath,
-                                "--unixsocketperm", "700", "--save", "", "--appendonly", "no", "--daemonize",
-                                "no", "--loglevel", "warning", "--logfile", ""},
-                               m_socketPath);
+    start();
 }
 
 RedisServer::~RedisServer()
 {
     stop();
+}
+
+void RedisServer::start()
+{
+    m_pid = startSocketService({"redis-server", "--port", "0", "--unixsocket", m_socketPath,
+                                "--unixsocketperm", "700", "--save", "", "--appendonly", "no", "--loglevel",
+                                "warning", "--logfile", "/dev/null"},
+                               m_socketPath);
 }
 
 void RedisServer::stop()
@@ -52,10 +59,10 @@ void RedisServer::stop()
         redisFree(m_client);
         m_client = nullptr;
     }
-    if (m_pid <= 0)
-        return;
-    stopService(m_pid);
-    unlink(m_socketPath.c_str());
+    if (m_pid > 0) {
+        stopProcess(m_pid);
+        unlink(m_socketPath.c_str());
+    }
 }
 
 redisContext* RedisServer::client()
@@ -93,11 +100,6 @@ std::vector<std::string> RedisServer::lrange(std::string const& key, int first, 
     return out;
 }
 
-long long RedisServer::llen(std::string const& key)
-{
-    return command({"LLEN", key}).integer;
-}
-
 std::optional<std::string> RedisServer::hget(std::string const& key, std::string const& field)
 {
     RedisReply r = command({"HGET", key, field});
@@ -106,35 +108,34 @@ std::optional<std::string> RedisServer::hget(std::string const& key, std::string
     return r.str;
 }
 
-void RedisServer::hset(std::string const& key, std::string const& field, std::string const& value)
+std::vector<std::string> RedisServer::logMessages(std::string const& category)
 {
-    command({"HSET", key, field, value});
+    std::vector<std::string> out;
+    for (std::string const& entry : lrange("LOG:ENTRIES")) {
+        QJsonObject const object = QJsonDocument::fromJson(QByteArray::fromStdString(entry)).object();
+        if (category.empty() || object.value("C").toString().toStdString() == category)
+            out.push_back(object.value("M").toString().toStdString());
+    }
+    return out;
 }
 
-long long RedisServer::publish(std::string const& channel, std::string const& message)
+bool RedisServer::waitForSubscribers(std::string const& channel, long long n, int timeoutMs) const
 {
-    return command({"PUBLISH", channel, message}).integer;
-}
-
-void RedisServer::del(std::string const& key)
-{
-    command({"DEL", key});
-}
-
-long long RedisServer::numberOfSubscribers(std::string const& socketPath, std::string const& channel)
-{
-    redisContext* c = redisConnectUnix(socketPath.c_str());
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    redisContext* c = redisConnectUnix(m_socketPath.c_str());
     long long count = 0;
-    if (c != nullptr && c->err == 0) {
+    while (c != nullptr && c->err == 0 && count < n && std::chrono::steady_clock::now() < deadline) {
         auto* reply = static_cast<redisReply*>(redisCommand(c, "PUBSUB NUMSUB %s", channel.c_str()));
         if (reply != nullptr && reply->type == REDIS_REPLY_ARRAY && reply->elements == 2)
             count = reply->element[1]->integer;
         if (reply != nullptr)
             freeReplyObject(reply);
+        if (count < n)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     if (c != nullptr)
         redisFree(c);
-    return count;
+    return count >= n;
 }
 
 RedisEnvironment::RedisEnvironment()

@@ -34,18 +34,24 @@ public:
     RedisServer& operator=(RedisServer const&) = delete;
 
     std::string const& socketPath() const { return m_socketPath; }
-    void stop(); // SIGTERM and wait; idempotent
+    void stop();  // SIGTERM and wait; idempotent
+    void start(); // again, on the same socket, after stop()
 
     RedisReply command(std::vector<std::string> const& args);
     std::vector<std::string> lrange(std::string const& key, int first = 0, int last = -1);
-    long long llen(std::string const& key);
+    long long llen(std::string const& key) { return command({"LLEN", key}).integer; }
     std::optional<std::string> hget(std::string const& key, std::string const& field);
-    void hset(std::string const& key, std::string const& field, std::string const& value);
-    long long publish(std::string const& channel, std::string const& message);
-    void del(std::string const& key);
+    void hset(std::string const& key, std::string const& field, std::string const& value)
+    {
+        command({"HSET", key, field, value});
+    }
 
-    // Subscribers of a channel, asked on a connection of its own (safe in a forked child too).
-    static long long numberOfSubscribers(std::string const& socketPath, std::string const& channel);
+    // The messages of the entries in "LOG:ENTRIES", oldest first, as the logger was given them (not
+    // escaped); only those of one category when one is named.
+    std::vector<std::string> logMessages(std::string const& category = "");
+    // Waits until n clients listen on the channel (publish/subscribe loses earlier messages); uses
+    // a connection of its own, so it may run beside the test's thread. False on time-out.
+    bool waitForSubscribers(std::string const& channel, long long n = 1, int timeoutMs = 5000) const;
 
 private:
     redisContext* client();

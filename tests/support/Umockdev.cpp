@@ -1,8 +1,10 @@
 #include "Umockdev.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,6 +36,7 @@ int rerunCurrentTestUnderUmockdev()
     self[length] = '\0';
     pid_t const pid = fork();
     if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         // umockdev's preload comes before AddressSanitizer's runtime; in a sanitizer build that
         // order is harmless for these tests, so let it pass (ignored by an ordinary build).
         std::string asan = getenv("ASAN_OPTIONS") != nullptr ? getenv("ASAN_OPTIONS") : "";

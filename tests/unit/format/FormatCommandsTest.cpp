@@ -1,199 +1,88 @@
-#include <cstddef>
+// The format-results command with a real logger and result manager on a private Redis
+// and frame directory, called with blocks made like the host's and freed like the host frees them.
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "MessageCapture.h"
 #include "RedisServer.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
-#include "core/VornStatus.h"
 #include "format/VORNFormatResults.h"
-#include "format/VornFormatterJsonValidator.h"
 #include "logger/RedisLogger.h"
 #include "results/VORNResultManager.h"
+#include "resultsync/FramePublisher.h"
 
-using orv::FormatResultsReply;
-using orv::FormatResultsRequest;
-using orv::Logger::RedisLogger;
-using orv::test::MessageCapture;
-using testing::HasSubstr;
+using namespace orv;
+using testing::Contains;
 
 namespace {
 
-// The command with a real logger and result manager on a private Redis and frame directory.
 class FormatCommandsTest : public testing::Test
 {
 protected:
-    FormatCommandsTest()
-        : m_frames("ORV_FRAME_DIR", m_frameDir.path()),
-          m_schema("ORV_VORN_SCHEMA_DIR", KV_SOURCE_DIR "/schema"),
-          m_logger("KSCOM", getenv("ORV_REDIS_CACHE_SOCKET"), "LOG:ENTRIES", false), m_manager(m_logger),
-          m_command(m_manager, m_logger), m_validator(m_logger)
-    {}
-
-    // Sends a format request and keeps the reply's status, output and flag; frees like the host.
-    struct Result
+    std::string format(char const* id, std::string const& json, int32_t busByteOrder = 0)
     {
-        int32_t status = 0;
-        bool hasPayload = false;
-        std::string output;
-        uint32_t flag = 0;
-        bool dataNull = true;
-    };
-    Result format(char const* id, std::string const& json, int32_t byteOrder = 0)
-    {
-        FormatResultsRequest request{};
+        FormatResultsRequest request{{}, json.data(), static_cast<uint32_t>(json.size()), busByteOrder};
         strncpy(request.resultId, id, sizeof request.resultId);
-        request.json = json.data();
-        request.jsonLength = static_cast<uint32_t>(json.size());
-        request.busByteOrder = byteOrder;
-        DataBlock block{};
-        block.command = 26;
-        block.data = reinterpret_cast<unsigned char*>(&request);
-        return collect(m_command.execute(&block));
+        DataBlock block{reinterpret_cast<unsigned char*>(&request), {}, 26, {}};
+        return reply(m_command.execute(&block));
     }
-    static Result collect(DataBlock* reply)
+    // "reply code, status, flag, last word", then the output when the reply carries data.
+    static std::string reply(DataBlock* block)
     {
-        Result result;
-        EXPECT_NE(reply, nullptr);
-        if (reply == nullptr)
-            return result;
-        EXPECT_EQ(reply->command, 0);
-        if (reply->data != nullptr) {
-            FormatResultsReply record;
-            memcpy(&record, reply->data, sizeof record);
-            result.hasPayload = true;
-            result.status = record.status;
-            result.flag = record.hasData;
-            result.dataNull = record.data == nullptr;
-            if (record.data != nullptr)
-                result.output.assign(reinterpret_cast<char const*>(record.data), record.size);
-            free(record.data);
-        }
-        free(reply->data);
-        free(reply);
-        return result;
+        FormatResultsReply record{};
+        memcpy(&record, block->data, sizeof record);
+        std::string text = std::to_string(block->command) + " " + std::to_string(record.status) + " " +
+                           std::to_string(record.hasData) + " " + std::to_string(record.reserved);
+        if (record.data != nullptr)
+            text += " " + std::string(reinterpret_cast<char const*>(record.data), record.size);
+        free(record.data), free(block->data), free(block);
+        return text;
     }
-    int32_t validate(char const* text)
-    {
-        DataBlock block{};
-        block.command = 27;
-        block.data = reinterpret_cast<unsigned char*>(const_cast<char*>(text));
-        DataBlock* reply = m_validator.execute(&block);
-        EXPECT_NE(reply, nullptr);
-        int32_t status = -1;
-        if (reply != nullptr && reply->data != nullptr)
-            memcpy(&status, reply->data, sizeof status);
-        if (reply != nullptr)
-            free(reply->data);
-        free(reply);
-        return status;
-    }
-    std::string lastLogMessage()
-    {
-        auto const entries = m_redis.cache().lrange("LOG:ENTRIES", -1, -1);
-        return entries.empty() ? std::string() : entries.back();
-    }
-
-    orv::test::RedisEnvironment m_redis;
-    orv::test::TempDir m_frameDir;
-    orv::test::ScopedEnv m_frames;
-    orv::test::ScopedEnv m_schema;
-    RedisLogger m_logger;
-    orv::VORNResultManager m_manager;
-    orv::VORNFormatResults m_command;
-    orv::VornFormatterJsonValidator m_validator;
+    test::RedisEnvironment m_redis;
+    test::TempDir m_frameDir;
+    test::ScopedEnv m_frames{"ORV_FRAME_DIR", m_frameDir.path()};
+    Logger::RedisLogger m_logger{"KSCOM", getenv("ORV_REDIS_CACHE_SOCKET"), "LOG:ENTRIES", false};
+    VORNResultManager m_manager{m_logger};
+    VORNFormatResults m_command{m_manager, m_logger};
 };
 
 } // namespace
 
-TEST(FormatRecords, HaveTheDocumentedLayoutOnEveryPointerSize)
+TEST_F(FormatCommandsTest, ServesARequestWithoutFormatAsAnEmptyOutputAndRejectsMalformedJsonWithoutData)
 {
-    size_t const p = sizeof(void*);
-    size_t const jsonAt = (12 + p - 1) / p * p; // the pointer is aligned to its own size
-    EXPECT_EQ(offsetof(FormatResultsRequest, json), jsonAt);
-    EXPECT_EQ(offsetof(FormatResultsRequest, jsonLength), jsonAt + p);
-    EXPECT_EQ(offsetof(FormatResultsRequest, busByteOrder), jsonAt + p + 4);
-    EXPECT_EQ(offsetof(FormatResultsReply, data), p);
-    EXPECT_EQ(offsetof(FormatResultsReply, size), 2 * p);
-    EXPECT_EQ(offsetof(FormatResultsReply, hasData), 2 * p + 4);
-    EXPECT_EQ(offsetof(FormatResultsReply, reserved), 2 * p + 8);
-}
-
-TEST_F(FormatCommandsTest, ServesARequestWithoutFormatAsAnEmptyOutput)
-{
-    Result const r = format("7", R"({"other":1})");
-    EXPECT_EQ(r.status, orv::VornStatus::GenericFailure);
-    EXPECT_EQ(r.flag, 1u);
-    EXPECT_FALSE(r.dataNull);
-    EXPECT_EQ(r.output, "");
-}
-
-TEST_F(FormatCommandsTest, RejectsMalformedJsonAndKeepsTheGenericStatusWithoutAPayload)
-{
-    Result const r = format("7", R"({"format":)");
-    EXPECT_EQ(r.status, orv::VornStatus::RejectedArgument);
-    EXPECT_TRUE(r.dataNull);
-    EXPECT_EQ(r.flag, 0u);
-    EXPECT_THAT(lastLogMessage(), HasSubstr("execute: An error occurred during parsing: "));
-
-    DataBlock empty{};
-    Result const none = collect(m_command.execute(&empty));
-    EXPECT_EQ(none.status, orv::VornStatus::GenericFailure);
-    EXPECT_TRUE(none.dataNull);
+    EXPECT_EQ(format("7", R"({"other":1})"), "0 100000003 1 0 ");
+    EXPECT_EQ(format("7", R"({"format":)"), "0 100000004 0 0");
+    EXPECT_THAT(m_redis.cache().logMessages(),
+                Contains("execute: An error occurred during parsing: unterminated object"));
+    DataBlock noData{};
+    EXPECT_EQ(reply(m_command.execute(&noData)), "0 100000003 0 0");
+    EXPECT_EQ(reply(m_command.execute(nullptr)), "0 100000003 0 0");
 }
 
 TEST_F(FormatCommandsTest, WritesConstantsForAnUnknownResultAndLogsTheMissingModel)
 {
-    MessageCapture quiet;
-    Result const r = format("99", R"({"format":{"elements":[{"type":"string","value":"A"},
-        {"type":"uint8","id":"nothing"},{"type":"blob","id":"distance_image"},{"type":"string","value":"Z"}]}})");
-    EXPECT_EQ(r.status, orv::VornStatus::GenericFailure);
-    EXPECT_EQ(r.output, "A0Z");
-    auto const entries = m_redis.cache().lrange("LOG:ENTRIES");
-    bool logged = false;
-    for (auto const& entry : entries)
-        logged = logged || entry.find("execute: getJsonModel(99) returned nullptr") != std::string::npos;
-    EXPECT_TRUE(logged);
+    EXPECT_EQ(format("99", R"({"format":{"elements":[{"type":"string","value":"A"},
+        {"type":"uint8","id":"nothing"},{"type":"blob","id":"distance_image"},{"type":"string","value":"Z"}]}})"),
+              "0 100000003 1 0 A0Z");
+    EXPECT_THAT(m_redis.cache().logMessages(), Contains("execute: getJsonModel(99) returned nullptr"));
 }
 
-TEST_F(FormatCommandsTest, TakesDeviceValuesBeforeTheResultTreeAndTheBusOrderFromTheRequest)
+TEST_F(FormatCommandsTest, TakesDeviceValuesBeforeTheTreeBlobsFromTheFrameAndTheBusOrderFromTheRequest)
 {
     m_redis.cache().hset("result_5", "ModelResult", R"({"evaltime":1,"temp_imx6":44,"ApplicationIndex":2})");
     m_redis.cache().hset("result_5", "FrameDuration", "2500");
-    MessageCapture quiet;
-    std::string const json = R"({"format":{"elements":[
+    resultsync::FramePublisher publisher(8, m_frameDir.path());
+    ASSERT_TRUE(publisher.publish("5", {{"distance_image", "rest", 4}}));
+    ASSERT_TRUE(m_manager.acquire("5"));
+    std::string const json = R"({"format":{"elements":[{"type":"uint8","id":"temp_imx6"},
+        {"type":"uint8","id":"activeapp_id"},
         {"type":"uint16","id":"evaltime","format":{"dataencoding":"binary","order":"busdepending"}},
-        {"type":"uint8","id":"temp_imx6"},{"type":"uint8","id":"activeapp_id"}]}})";
+        {"type":"blob","id":"distance_image"}]}})";
 
-    EXPECT_EQ(format("5", json, 4321).output, std::string("\x09\xC4"
-                                                          "442",
-                                                          5));
-    EXPECT_EQ(format("5", json, 1234).output, std::string("\xC4\x09"
-                                                          "442",
-                                                          5));
-}
-
-TEST_F(FormatCommandsTest, ValidatesDescriptionsAndLogsWhyOneIsRejected)
-{
-    EXPECT_EQ(validate(R"({"elements":[{"type":"string","value":"x"}]})"), orv::VornStatus::Success);
-    EXPECT_EQ(validate(R"({"elements":[{"type":"uint8","id":"x","format":{"base":1}}]})"),
-              orv::VornStatus::RejectedArgument);
-    EXPECT_THAT(lastLogMessage(),
-                HasSubstr("execute: Validation error: at #\\/elements\\/0\\/format\\/base"));
-    MessageCapture quiet;
-    EXPECT_EQ(validate(""), orv::VornStatus::RejectedArgument);
-
-    DataBlock empty{};
-    DataBlock* reply = m_validator.execute(&empty);
-    ASSERT_NE(reply, nullptr);
-    int32_t status = 0;
-    memcpy(&status, reply->data, sizeof status);
-    EXPECT_EQ(status, orv::VornStatus::RejectedArgument);
-    free(reply->data);
-    free(reply);
+    // 2500 is 0x09C4; 4321 declares a big-endian bus, anything else a little-endian one.
+    EXPECT_EQ(format("5", json, 4321), "0 100000003 1 0 442\x09\xC4rest");
+    EXPECT_EQ(format("5", json, 1234), "0 100000003 1 0 442\xC4\x09rest");
 }

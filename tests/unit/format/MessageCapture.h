@@ -5,42 +5,26 @@
 #include <QStringList>
 #include <QtGlobal>
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 class MessageCapture
 {
 public:
-    MessageCapture() { s_previous = qInstallMessageHandler(&MessageCapture::handle), messages().clear(); }
+    MessageCapture() { s_previous = qInstallMessageHandler(&MessageCapture::handle), clear(); }
     ~MessageCapture() { qInstallMessageHandler(s_previous); }
-    MessageCapture(MessageCapture const&) = delete;
-    MessageCapture& operator=(MessageCapture const&) = delete;
 
     // Each message prefixed with its level: "debug: ", "warning: ", "critical: ".
-    QStringList const& all() const { return messages(); }
-    QStringList ofLevel(QString const& level) const
-    {
-        QStringList found;
-        for (QString const& message : messages())
-            if (message.startsWith(level + ": "))
-                found << message.mid(level.size() + 2);
-        return found;
-    }
-    void clear() { messages().clear(); }
+    QStringList const& all() const { return s_messages; }
+    void clear() { s_messages.clear(); }
 
 private:
-    static QStringList& messages()
-    {
-        static QStringList list;
-        return list;
-    }
     static void handle(QtMsgType type, QMessageLogContext const&, QString const& text)
     {
         static char const* const levels[] = {"debug", "warning", "critical", "fatal", "info"};
-        messages() << QString::fromLatin1(levels[type]) + ": " + text;
+        s_messages << QString::fromLatin1(levels[type]) + ": " + text;
     }
     static inline QtMessageHandler s_previous = nullptr;
+    static inline QStringList s_messages;
 };
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -1,135 +1,63 @@
+// The layouter walking a parsed result: element order, constants, blobs, nested lists, inheritance.
 #include <gtest/gtest.h>
 
 #include <QJsonDocument>
-#include <QVariantMap>
 
 #include "MessageCapture.h"
-#include "format/RecordInterface.h"
-#include "format/RecordListInterface.h"
+#include "format/RecordMain.h"
 #include "format/VornFlexibleLayouter.h"
+#include "results/ResultModel.h"
 
 using orv::test::MessageCapture;
 
 namespace {
 
-// A record with fixed values, blobs and lists, and a list over fixed records (null entries allowed).
-class FakeRecord : public RecordInterface
+QByteArray layout(char const* result, char const* format)
 {
-public:
-    QVariantMap values;
-    QMap<QString, QByteArray> blobs;
-    QMap<QString, QSharedPointer<RecordListInterface>> lists;
-
-    QSharedPointer<RecordListInterface> getSubRecords(QString const& id) override { return lists.value(id); }
-    QByteArray getBlob(QString const& id) override { return blobs.value(id); }
-    QVariant getValue(QString const& id) override { return values.value(id); }
-};
-
-class FakeList : public RecordListInterface
-{
-public:
-    QList<QSharedPointer<RecordInterface>> records;
-
-    int size() const override { return records.size(); }
-    QSharedPointer<RecordInterface> getRecord(int index) override { return records.value(index); }
-};
-
-QSharedPointer<FakeRecord> recordWith(QVariantMap values)
-{
-    auto record = QSharedPointer<FakeRecord>::create();
-    record->values = std::move(values);
-    return record;
-}
-
-QVariantMap format(char const* json)
-{
-    return QJsonDocument::fromJson(json).toVariant().toMap();
-}
-
-QByteArray layout(QSharedPointer<RecordInterface> record, char const* json, QVariantMap settings = {})
-{
+    QByteArray text(result);
+    ResultModel model;
+    EXPECT_TRUE(model.parse(text)) << result;
     QByteArray out;
-    VornFlexibleLayouter().serializeRecord(record, format(json), settings, out);
+    VornFlexibleLayouter().serializeRecord(QSharedPointer<orv::RecordMain>::create(nullptr, model, "1"),
+                                           QJsonDocument::fromJson(format).toVariant().toMap(), {}, out);
     return out;
 }
 
 } // namespace
 
-TEST(VornFlexibleLayouter, WritesConstantsAsTheyStandAndHexBlobsAsBytes)
+TEST(VornFlexibleLayouter, WritesConstantsValuesAndBlobsInElementOrderWithoutSeparators)
 {
-    auto record = recordWith({{"start", "ignored"}, {"x", "rec"}});
-    EXPECT_EQ(layout(record, R"({"elements":[{"type":"string","id":"start","value":"START"},
-                                             {"type":"blob","value":"0d0a"},
-                                             {"type":"records","id":"none","value":"x"},
-                                             {"type":"string","id":"x","value":null}]})"),
-              QByteArray("START\r\nrec"));
-}
-
-TEST(VornFlexibleLayouter, WritesValuesAndBlobsInElementOrderWithoutSeparators)
-{
-    auto record = recordWith({{"a", 258}, {"b", "txt"}});
-    record->blobs.insert("img", QByteArray("\x01\x02\x03", 3));
-    QByteArray const out = layout(record, R"({"elements":[
-        {"type":"int16","id":"a","format":{"dataencoding":"binary","order":"big"}},
-        {"type":"blob","id":"img"},
-        {"type":"string","id":"b"},
-        {"type":"blob","id":"missing"},
-        {"type":"uint8","id":"missing","format":{"width":2}}]})");
-    EXPECT_EQ(out, QByteArray("\x01\x02\x01\x02\x03txt 0", 10));
-}
-
-TEST(VornFlexibleLayouter, WritesTheNestedElementsOncePerRecordWithInheritedOptions)
-{
-    auto inner = QSharedPointer<FakeList>::create();
-    inner->records << recordWith({{"v", 1}}) << recordWith({{"v", 22}});
-    auto first = recordWith({{"n", 7}});
-    first->lists.insert("rois", inner);
-    auto models = QSharedPointer<FakeList>::create();
-    models->records << first << QSharedPointer<RecordInterface>() << recordWith({{"n", 8}});
-    auto main = recordWith({});
-    main->lists.insert("models", models);
-
-    MessageCapture messages;
-    QByteArray const out = layout(main, R"({"elements":[{"type":"records","id":"models","format":{"fill":"0"},
-        "elements":[{"type":"uint8","id":"n","format":{"width":2}},
-                    {"type":"records","id":"rois","elements":[
-                        {"type":"string","value":"|"},
-                        {"type":"uint16","id":"v","format":{"width":3}}]},
-                    {"type":"string","value":";"}]}]})");
-
-    EXPECT_EQ(out, QByteArray("07|001|022;08;"));
-    EXPECT_TRUE(messages.ofLevel("warning").contains("get a null-record at index: 1"));
-    EXPECT_TRUE(messages.ofLevel("warning").contains(
-        "type was record, but record-interface has no recordlist on the id: \"rois\""));
-}
-
-TEST(VornFlexibleLayouter, TheElementTypeWinsOverInheritedOptionsAndTheBusOrderReachesNestedLevels)
-{
-    auto inner = QSharedPointer<FakeList>::create();
-    inner->records << recordWith({{"v", 1}});
-    auto main = recordWith({});
-    main->lists.insert("list", inner);
-    QByteArray const out = layout(main, R"({"elements":[{"type":"records","id":"list",
-        "format":{"type":"uint8","dataencoding":"binary","order":"busdepending"},
-        "elements":[{"type":"uint16","id":"v"}]}]})",
-                                  {{"busEndianness", 1u}});
-    EXPECT_EQ(out, QByteArray("\x00\x01", 2));
-}
-
-TEST(VornFlexibleLayouter, GoesOnAfterAListThatTheRecordDoesNotServe)
-{
-    MessageCapture messages;
-    EXPECT_EQ(layout(recordWith({{"x", 5}}), R"({"elements":[{"type":"records","id":"nothing","elements":[]},
-                                                             {"type":"int8","id":"x"}]})"),
-              QByteArray("5"));
+    MessageCapture quiet;
     EXPECT_EQ(
-        messages.ofLevel("warning").filter("recordlist"),
-        QStringList({"type was record, but record-interface has no recordlist on the id: \"nothing\""}));
+        layout(R"({"start":"ignored","x":"rec","a":258,"b":"txt"})",
+               R"({"elements":[{"type":"string","id":"start","value":"START"},{"type":"blob","value":"0d0a"},
+        {"type":"records","id":"models","value":"x"}, {"type":"string","id":"x","value":null},
+        {"type":"int16","id":"a","format":{"dataencoding":"binary","order":"big"}}, {"type":"string","id":"b"},
+        {"type":"blob","id":"missing"}, {"type":"uint8","id":"missing","format":{"width":2}}]})"),
+        "START\r\nrec\1\2txt 0");
 }
 
-TEST(VornFlexibleLayouter, AFormatWithoutElementsWritesNothing)
+TEST(VornFlexibleLayouter, WritesNestedElementsOncePerRecordWithInheritedOptionsButTheirOwnType)
 {
-    EXPECT_TRUE(layout(recordWith({{"x", 5}}), R"({})").isEmpty());
-    EXPECT_TRUE(layout(QSharedPointer<RecordInterface>(), R"({"elements":[{"type":"string","value":"x"}]})")
-                    .isEmpty());
+    MessageCapture messages;
+    // Models in key order, the empty one unreadable; ROIs in numeric key order, updated in place.
+    EXPECT_EQ(layout(R"({"model_003":{"n":8},"model_002":{},"model_001":{"n":7,
+                         "ROIs":{"10":{"v":10},"9":{"v":9},"2":{"v":2,"boundingBox":{"x":5}}},
+                         "ROIsUpdated":{"ROIs":[{"id":9,"v":90},{"id":77,"v":77}]}}})",
+                     R"({"elements":[{"type":"records","id":"models","format":{"fill":"0","type":"float32"},
+        "elements":[{"type":"uint8","id":"n","format":{"width":2}},{"type":"string","value":" "},
+                    {"type":"uint8","id":"rois.count"},
+                    {"type":"records","id":"rois","elements":[
+                        {"type":"string","value":"|"},{"type":"uint8","id":"id"},{"type":"string","value":":"},
+                        {"type":"uint16","id":"v","format":{"width":3}},{"type":"string","value":","},
+                        {"type":"uint8","id":"bounding_box_x"}]},
+                    {"type":"string","value":";"}]},
+        {"type":"records","id":"nothing","elements":[{"type":"string","value":"?"}]},
+        {"type":"string","value":"end"}]})"),
+              "07 3|2:002,5|9:090,0|10:010,0;08 0;end");
+    EXPECT_EQ(messages.all().filter(QRegExp("^warning: (get|type|Req)")),
+              QStringList({"warning: get a null-record at index: 1",
+                           "warning: Requested RecordListROIs, but the model has no ROIs",
+                           "warning: type was record, but record-interface has no recordlist on the id: "
+                           "\"nothing\""}));
 }

@@ -1,4 +1,7 @@
-#include <cstring>
+// The value formatter, one row per rule a client sees in the bytes of one value.
+#include <climits>
+#include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -7,138 +10,86 @@
 #include "MessageCapture.h"
 #include "format/VornFormatter.h"
 
+using namespace std::string_literals;
 using orv::test::MessageCapture;
 
 namespace {
 
-QByteArray binary(char const* type, QVariant const& value, QVariantMap options = {})
-{
-    options.insert("type", type);
-    options.insert("dataencoding", "binary");
-    return VornFormatter::formatValue(value, options);
-}
+bool const bin = true, txt = false;
 
-std::string text(char const* type, QVariant const& value, QVariantMap options = {})
-{
-    options.insert("type", type);
-    options.insert("dataencoding", "ascii");
-    return VornFormatter::formatValue(value, options).toStdString();
-}
+// Type, binary or text, value, further options, the bytes expected.
+using Case = std::tuple<char const*, bool, QVariant, QVariantMap, std::string>;
 
-QByteArray bytes(std::initializer_list<unsigned char> list)
-{
-    QByteArray out;
-    for (unsigned char b : list)
-        out.append(static_cast<char>(b));
-    return out;
-}
+Case const cases[] = {
+    // Integers are clamped to their type and truncated toward zero.
+    {"int8", bin, 300, {}, "\x7F"},
+    {"int8", txt, -300, {}, "-128"},
+    {"uint16", bin, -5, {}, "\0\0"s},
+    {"uint16", bin, 70000, {}, "\xFF\xFF"},
+    {"uint32", txt, 1e12, {}, "4294967295"},
+    {"int32", txt, -1e12, {}, "-2147483648"},
+    {"int32", txt, 2.9, {}, "2"},
+    {"int32", txt, -2.9, {}, "-2"},
+    {"int32", txt, "nan", {}, "0"},
+    {"int32", txt, 16777217, {}, "16777217"}, // computed in double precision
+    {"int32", bin, -2, {}, "\xFE\xFF\xFF\xFF"},
+    // The scale applies first, then the offset, then the clamping: 250 * 0.5 + 10 = 135.
+    {"int8", txt, 250, {{"scale", 0.5}, {"offset", 10}}, "127"},
+    {"uint8", txt, 250, {{"scale", 0.5}, {"offset", 10}}, "135"},
+    // Binary is little endian, reversed for big endian and network order.
+    {"int16", bin, 258, {{"order", "little"}}, "\x02\x01"},
+    {"int16", bin, 258, {{"order", "big"}}, "\x01\x02"},
+    {"uint32", bin, 0x01020304, {{"order", "network"}}, "\1\2\3\4"},
+    {"int64", bin, qlonglong(-2), {}, "\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF"},
+    {"float32", bin, 1.5, {}, "\0\0\xC0\x3F"s},   // 1.5f is 0x3FC00000
+    {"float32", bin, 1e300, {}, "\0\0\x80\x7F"s}, // beyond single precision: infinity
+    // Other bases with lower-case digits; negative values as sign and magnitude.
+    {"uint32", txt, 255, {{"base", 16}}, "ff"},
+    {"uint8", txt, 5, {{"base", 2}}, "101"},
+    {"int16", txt, -255, {{"base", 16}}, "-ff"},
+    {"int64", txt, qlonglong(LLONG_MIN), {{"base", 16}}, "-8000000000000000"},
+    {"uint64", txt, qulonglong(~0ULL), {{"base", 16}}, "ffffffffffffffff"},
+    // Floats: notation, precision and separator; text keeps double precision.
+    {"float32", txt, 1.5, {{"displayformat", "fixed"}}, "1.500000"},
+    {"float32", txt, 1.5, {{"precision", 2}, {"decimalseparator", ",;"}}, "1,50"},
+    {"float32", txt, 1234.5, {{"precision", 2}, {"displayformat", "scientific"}}, "1.23e+03"},
+    {"float32", txt, 0.1, {{"precision", 9}}, "0.100000000"},
+    // Numeric fill: the sign first on signed types, zeros after it, no alignment; strings ignore it.
+    {"float32", txt, 1.5, {{"numericfill", true}, {"width", 7}, {"precision", 1}, {"fill", "*"}}, "+0001.5"},
+    {"int64", txt, qlonglong(-5), {{"numericfill", true}, {"width", 4}}, "-005"},
+    {"uint8", txt, 7, {{"numericfill", true}, {"width", 4}}, "0007"},
+    {"int8", txt, 5, {{"numericfill", true}, {"width", 3}, {"alignment", "left"}}, "+05"},
+    {"string", txt, "ab", {{"numericfill", true}, {"width", 4}}, "  ab"},
+    // Padding by alignment with the first character of the fill; never cut.
+    {"int32", txt, 42, {{"width", 5}, {"fill", "*x"}, {"alignment", "right"}}, "***42"},
+    {"int32", txt, 42, {{"width", 5}, {"fill", "*"}, {"alignment", "left"}}, "42***"},
+    {"string", txt, "toolong", {{"width", 3}}, "toolong"},
+    // Hex escapes only with two hex digits of either case; a backslash made by an escape starts none.
+    {"string", txt, "A\\x41\\x39\\x3F\\x6f\\x0a\\x0DB", {}, "AA9?o\n\rB"},
+    {"string", txt, "\\xzz\\x4", {}, "\\xzz\\x4"},
+    {"string", txt, "\\x5cx41", {}, "\\x41"},
+    {"string", txt, "a\\x00b", {}, "a\0b"s},
+    {"string", bin, QString::fromUtf8("\xC3\xA4"), {}, "\xC3\xA4"}, // always UTF-8 text
+    // 64 bits: every digit of 2^53 + 1 kept unscaled; scaled in single precision, 2 * (2^53 + 1) gives 2^54.
+    {"int64", txt, qlonglong(9007199254740993), {}, "9007199254740993"},
+    {"int64", txt, qlonglong(9007199254740993), {{"scale", 2}}, "18014398509481984"},
+    {"uint64", txt, "18446744073709551615", {}, "18446744073709551615"},
+    {"int64", txt, 1e30, {}, "9223372036854775807"},
+    {"int64", txt, -1e308, {{"scale", 1e30}}, "-9223372036854775808"},
+};
 
 } // namespace
 
-TEST(VornFormatter, ClampsIntegersToTheirTypeAndTruncatesTowardZero)
-{
-    EXPECT_EQ(binary("int8", 300), bytes({0x7F}));
-    EXPECT_EQ(text("int8", 300), "127");
-    EXPECT_EQ(text("int8", -300), "-128");
-    EXPECT_EQ(binary("uint16", -5), bytes({0x00, 0x00}));
-    EXPECT_EQ(binary("uint16", 70000), bytes({0xFF, 0xFF}));
-    EXPECT_EQ(text("uint32", 1e12), "4294967295");
-    EXPECT_EQ(text("int32", -1e12), "-2147483648");
-    EXPECT_EQ(text("int32", 2.9), "2");
-    EXPECT_EQ(text("int32", -2.9), "-2");
-    EXPECT_EQ(binary("int32", -2), bytes({0xFE, 0xFF, 0xFF, 0xFF}));
-}
-
-TEST(VornFormatter, ScalesAndOffsetsBeforeClamping)
-{
-    // 10 + 250 * 0.5 = 135, beyond int8; the offset applies after the scale.
-    EXPECT_EQ(text("int8", 250, {{"scale", 0.5}, {"offset", 10}}), "127");
-    EXPECT_EQ(text("uint8", 250, {{"scale", 0.5}, {"offset", 10}}), "135");
-    EXPECT_EQ(text("int16", "41.27", {{"scale", 10}}), "412");
-}
-
-TEST(VornFormatter, WritesBinaryLittleEndianAndReversesForBigEndian)
-{
-    EXPECT_EQ(binary("int16", 258), bytes({0x02, 0x01}));
-    EXPECT_EQ(binary("int16", 258, {{"order", "big"}}), bytes({0x01, 0x02}));
-    EXPECT_EQ(binary("uint32", 0x01020304, {{"order", "network"}}), bytes({1, 2, 3, 4}));
-    EXPECT_EQ(binary("uint64", QVariant::fromValue<qulonglong>(0x0102030405060708ULL), {{"order", "big"}}),
-              bytes({1, 2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_EQ(binary("int64", QVariant::fromValue<qlonglong>(-2)),
-              bytes({0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
-    // 1.5f is 0x3FC00000.
-    EXPECT_EQ(binary("float32", 1.5), bytes({0x00, 0x00, 0xC0, 0x3F}));
-    EXPECT_EQ(binary("float32", 1.5, {{"order", "big"}}), bytes({0x3F, 0xC0, 0x00, 0x00}));
-}
-
-TEST(VornFormatter, WritesIntegersInTheRequestedBaseWithLowerCaseDigits)
-{
-    EXPECT_EQ(text("uint32", 255, {{"base", 16}}), "ff");
-    EXPECT_EQ(text("uint8", 5, {{"base", 2}}), "101");
-    EXPECT_EQ(text("int16", -255, {{"base", 16}}), "-ff");
-    EXPECT_EQ(text("uint64", QVariant::fromValue<qulonglong>(~0ULL), {{"base", 16}}), "ffffffffffffffff");
-}
-
-TEST(VornFormatter, WritesFloatsWithNotationPrecisionAndSeparator)
-{
-    EXPECT_EQ(text("float32", 1.5, {{"precision", 2}, {"decimalseparator", ","}}), "1,50");
-    EXPECT_EQ(text("float32", 1234.5, {{"precision", 2}, {"displayformat", "scientific"}}), "1.23e+03");
-    // Text keeps double precision: 0.1 in single precision would print 0.100000001.
-    EXPECT_EQ(text("float32", 0.1, {{"precision", 9}}), "0.100000000");
-}
-
-TEST(VornFormatter, NumericFillPutsTheSignFirstAndZerosAfterIt)
-{
-    QVariantMap const fill{{"numericfill", true}, {"width", 7}, {"precision", 1}, {"fill", "*"}};
-    EXPECT_EQ(text("float32", 1.5, fill), "+0001.5");
-    EXPECT_EQ(text("float32", -1.5, fill), "-0001.5");
-    EXPECT_EQ(text("uint8", 7, {{"numericfill", true}, {"width", 4}}), "0007");
-    EXPECT_EQ(text("int32", 12345678, {{"numericfill", true}, {"width", 4}}), "+12345678");
-    // Left alignment does not apply with numeric fill, and strings ignore numeric fill.
-    EXPECT_EQ(text("int8", 5, {{"numericfill", true}, {"width", 3}, {"alignment", "left"}}), "+05");
-    EXPECT_EQ(text("string", "ab", {{"numericfill", true}, {"width", 4}}), "  ab");
-}
-
-TEST(VornFormatter, PadsByAlignmentAndNeverCuts)
-{
-    EXPECT_EQ(text("int32", 42, {{"width", 5}, {"fill", "*"}}), "***42");
-    EXPECT_EQ(text("int32", 42, {{"width", 5}, {"fill", "*"}, {"alignment", "left"}}), "42***");
-    EXPECT_EQ(text("string", "toolong", {{"width", 3}}), "toolong");
-    // An invalid value is still written, padded to the width.
-    EXPECT_EQ(text("uint16", QVariant(), {{"width", 3}}), "  0");
-    EXPECT_EQ(text("string", QVariant(), {{"width", 2}}), "  ");
-}
-
-TEST(VornFormatter, DecodesHexEscapesInStringsOnlyWhenTwoHexDigitsFollow)
-{
-    EXPECT_EQ(text("string", "A\\x41B"), "AAB");
-    EXPECT_EQ(text("string", "\\x0d\\x0A"), "\r\n");
-    EXPECT_EQ(text("string", "end\\x4"), "end\\x4");
-    EXPECT_EQ(text("string", "\\xzz\\x"), "\\xzz\\x");
-    // A backslash made by an escape does not start a new one.
-    EXPECT_EQ(text("string", "\\x5cx41"), "\\x41");
-    EXPECT_EQ(VornFormatter::formatValue("a\\x00b", {{"type", "string"}}), QByteArray("a\0b", 3));
-    // Strings are text whatever the encoding says, and UTF-8.
-    EXPECT_EQ(binary("string", QString::fromUtf8("\xC3\xA4")), QByteArray("\xC3\xA4"));
-}
-
-TEST(VornFormatter, KeepsEvery64BitDigitUnscaledAndUsesSinglePrecisionWhenScaled)
-{
-    qlonglong const big = (1LL << 53) + 1;
-    EXPECT_EQ(text("int64", QVariant::fromValue(big)), "9007199254740993");
-    // Independently: 2 * (2^53 + 1) in single precision is 2^54 exactly.
-    EXPECT_EQ(text("int64", QVariant::fromValue(big), {{"scale", 2}}), "18014398509481984");
-    EXPECT_EQ(text("uint64", "18446744073709551615"), "18446744073709551615");
-    EXPECT_EQ(text("int64", "not a number"), "0");
-    EXPECT_EQ(text("int64", 1e30), "9223372036854775807");
-}
-
-TEST(VornFormatter, WritesNothingForAnElementWithoutAValueAndAnUnknownTypeFallsBackToText)
+TEST(VornFormatter, WritesEveryValueAsItsTypeAndValidOptionsSayWithoutAMessage)
 {
     MessageCapture messages;
-    // An unknown type name leaves the type at string (reported by the settings), so the value is text.
-    EXPECT_EQ(VornFormatter::formatValue(12, {{"type", "int128"}, {"dataencoding", "binary"}}),
-              QByteArray("12"));
-    EXPECT_EQ(messages.ofLevel("critical"),
-              QStringList({"Unexpect value of 'type' QVariant(QString, \"int128\")"}));
+    for (auto const& [type, binary, value, options, expected] : cases) {
+        SCOPED_TRACE(std::string(type) + " " + value.toString().toStdString());
+        QVariantMap all = options;
+        all.insert("type", type);
+        all.insert("dataencoding", binary ? "binary" : "ascii");
+        all.insert("busEndianness", 1u); // passed down with every element, never an unused one
+        EXPECT_EQ(VornFormatter::formatValue(value, all).toStdString(), expected);
+    }
+    EXPECT_EQ(messages.all(), QStringList());
 }

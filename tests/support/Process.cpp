@@ -1,13 +1,16 @@
-#include "SocketService.h"
+#include "Process.h"
 
 #include <chrono>
 #include <csignal>
 #include <stdexcept>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+
+#include "KvEmulator.h" // generated: the build's emulator command, empty for a native build
 
 namespace orv {
 namespace test {
@@ -28,27 +31,53 @@ bool accepts(std::string const& socketPath)
 
 } // namespace
 
-pid_t startSocketService(std::vector<std::string> const& argv, std::string const& socketPath)
+std::vector<std::string> programCommand(std::string const& program, std::vector<std::string> const& args)
+{
+    std::vector<std::string> command;
+    for (char const* const* item = kEmulator; *item != nullptr; ++item)
+        command.push_back(*item);
+    command.push_back(program);
+    command.insert(command.end(), args.begin(), args.end());
+    return command;
+}
+
+pid_t spawn(std::vector<std::string> const& argv, int outFd, int errFd)
 {
     std::vector<char*> args;
     for (auto const& a : argv)
         args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
 
-    pid_t pid = fork();
+    pid_t const parent = getpid();
+    fflush(nullptr);
+    pid_t const pid = fork();
     if (pid < 0)
         throw std::runtime_error("fork failed");
     if (pid == 0) {
+        // Ends with the test process however that ends; the check closes the race with a parent
+        // that died before the request was made.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            _exit(126);
+        if (outFd >= 0)
+            dup2(outFd, STDOUT_FILENO);
+        if (errFd >= 0)
+            dup2(errFd, STDERR_FILENO);
         execvp(args[0], args.data());
         _exit(127);
     }
+    return pid;
+}
+
+pid_t startSocketService(std::vector<std::string> const& argv, std::string const& socketPath)
+{
+    pid_t pid = spawn(argv);
     auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!accepts(socketPath)) {
-        int status = 0;
-        if (waitpid(pid, &status, WNOHANG) == pid)
+        if (waitpid(pid, nullptr, WNOHANG) == pid)
             throw std::runtime_error(argv[0] + " exited at start (is it installed?)");
         if (std::chrono::steady_clock::now() > deadline) {
-            stopService(pid);
+            stopProcess(pid);
             throw std::runtime_error(argv[0] + " did not open " + socketPath + " in time");
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -56,14 +85,15 @@ pid_t startSocketService(std::vector<std::string> const& argv, std::string const
     return pid;
 }
 
-void stopService(pid_t& pid)
+int stopProcess(pid_t& pid)
 {
     if (pid <= 0)
-        return;
+        return -1;
     kill(pid, SIGTERM);
     int status = 0;
     waitpid(pid, &status, 0);
     pid = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 } // namespace test

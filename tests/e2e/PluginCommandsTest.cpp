@@ -1,0 +1,262 @@
+// Every command through the built shared library, loaded as the host loads it: each id answers with
+// its reply code, status and record layout on the simulated camera, and with its failure status
+// when the camera's services are missing. The rules behind each answer are unit-tested.
+#include <csignal>
+#include <cstring>
+#include <functional>
+#include <sstream>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "CameraSim.h"
+#include "DBusDaemon.h"
+#include "PluginChild.h"
+#include "RedisServer.h"
+#include "ScopedEnv.h"
+#include "TempDir.h"
+#include "device/DeviceReplies.h"
+#include "format/VORNFormatResults.h"
+#include "info/VORNQueryDeviceInfo.h"
+#include "results/VORNResultRecords.h"
+
+using namespace orv;
+using namespace orv::test;
+using ::testing::HasSubstr;
+using ::testing::IsSupersetOf;
+
+namespace {
+
+using Detail = std::function<std::string(unsigned char*)>;
+
+// The host's side, inside the plug-in child: sends requests and writes one "label=code/status"
+// (and what `detail` reads from the payload) per reply, then frees the reply as the host does.
+class Host
+{
+public:
+    explicit Host(LoadedPlugin& plugin) : m_plugin(plugin), m_handle(plugin.init()) {}
+
+    Host& ask(char const* label, int id, void const* payload, Detail const& detail = {})
+    {
+        DataBlock* reply = m_plugin.request(m_handle, id, payload);
+        m_out << label << '=';
+        if (reply == nullptr || reply->data == nullptr) {
+            m_out << (reply == nullptr ? "none " : "nodata ");
+        } else {
+            int32_t status;
+            memcpy(&status, reply->data, 4);
+            m_out << reply->command << '/' << status << (detail ? "/" + detail(reply->data) : "") << ' ';
+        }
+        LoadedPlugin::freeReply(reply);
+        return *this;
+    }
+    void* handle() const { return m_handle; }
+    void send() { m_plugin.send(m_out.str()); }
+
+private:
+    LoadedPlugin& m_plugin;
+    void* m_handle;
+    std::ostringstream m_out;
+};
+
+std::string infoValue(unsigned char* data)
+{
+    return reinterpret_cast<VORNDeviceInfoReply*>(data)->value;
+}
+
+std::string statisticValue(unsigned char* data)
+{
+    auto* reply = reinterpret_cast<VORNStatisticReply*>(data);
+    std::string const text = reply->size == 4 ? std::to_string(*static_cast<uint32_t*>(reply->value)) : "-";
+    free(reply->value);
+    return text;
+}
+
+std::string applications(unsigned char* data)
+{
+    auto* reply = reinterpret_cast<VORNApplicationListReply*>(data);
+    std::string text = std::to_string(reply->active) + ":";
+    for (int i = 0; i < reply->count; ++i)
+        text += std::to_string(reply->indices[i]) + ",";
+    return text;
+}
+
+std::string ioEcho(unsigned char* data)
+{
+    return std::to_string(reinterpret_cast<VORNGetIOReply*>(data)->io);
+}
+
+// Name and type of a result record; for data, the chunk type in its header and whether the
+// header's chunk size is the record's size.
+std::string resultData(unsigned char* data)
+{
+    auto* record = reinterpret_cast<VORNResultData_t*>(data);
+    std::string text = std::string(record->name) + ":" + std::to_string(record->type);
+    if (record->data == nullptr)
+        return text + ":" + std::to_string(record->size);
+    uint32_t header[2];
+    memcpy(header, record->data, sizeof header);
+    return text + ":" + std::to_string(header[0]) + (header[1] == record->size ? ":sized" : ":missized");
+}
+
+std::string formatted(unsigned char* data)
+{
+    auto* reply = reinterpret_cast<FormatResultsReply*>(data);
+    std::string const text = std::to_string(reply->hasData) + ":" +
+                             std::string(reinterpret_cast<char*>(reply->data), reply->data ? reply->size : 0);
+    free(reply->data);
+    return text;
+}
+
+VORNQueryProcessData_t query(char const* key, std::string const& id)
+{
+    VORNQueryProcessData_t q{};
+    strncpy(q.key, key, sizeof q.key - 1);
+    strncpy(q.id, id.c_str(), sizeof q.id - 1);
+    return q;
+}
+
+VORNStatisticRequest statistic(char const* key, int32_t representation)
+{
+    VORNStatisticRequest request{};
+    strncpy(request.key, key, sizeof request.key - 1);
+    request.representation = representation;
+    return request;
+}
+
+class PluginCommands : public ::testing::Test
+{
+protected:
+    TempDir m_dir{"kv-e2e"};
+    ScopedEnv m_schema{"ORV_VORN_SCHEMA_DIR", KV_SOURCE_DIR "/schema"};
+    RedisEnvironment m_redis;
+};
+
+TEST_F(PluginCommands, EveryIdAnswersWithItsReplyCodeStatusAndRecordOnTheSimulatedCamera)
+{
+    DBusDaemon bus;
+    CameraSim camera;
+    std::string const id = camera.trigger();
+    std::string const format = R"({"format":{"elements":[{"type":"string","value":"<"},
+        {"type":"uint8","id":"activeapp_id"},{"type":"string","value":">"}]}})";
+
+    ChildResult const child = runWithPlugin([&](LoadedPlugin& plugin) {
+        Host host(plugin);
+        plugin.send(plugin.init() == host.handle() ? "same " : "other ");
+        int32_t const io1[] = {1}, setIo1[] = {1, 1}, application2[] = {2};
+        auto const results = statistic("number_of_results", 1), rejected = statistic("number_of_results", 5);
+        auto const image = query("distance_image", id), model = query("json_model", id),
+                   png = query("z4_amplitude_png", id), unknown = query("bogus", id);
+        FormatResultsRequest request{};
+        strncpy(request.resultId, id.c_str(), sizeof request.resultId - 1);
+        request.json = format.data();
+        request.jsonLength = static_cast<uint32_t>(format.size());
+        host.ask("vendor", 20, "vendor", infoValue)
+            .ask("mac", 20, "mac_address", infoValue)
+            .ask("nokey", 20, "nonsense")
+            .ask("trigger", 9, nullptr)
+            .ask("sync", 10, nullptr)
+            .ask("stats", 22, &results, statisticValue)
+            .ask("stats5", 22, &rejected)
+            .ask("apps", 14, nullptr, applications)
+            .ask("switch", 17, application2)
+            .ask("apps", 14, nullptr, applications)
+            .ask("get", 12, io1, ioEcho)
+            .ask("set", 11, setIo1)
+            .ask("acquire", 4, id.c_str())
+            .ask("image", 2, &image, resultData)
+            .ask("model", 2, &model, resultData)
+            .ask("png", 2, &png, resultData)
+            .ask("unknown", 2, &unknown, resultData)
+            .ask("format", 26, &request, formatted)
+            .ask("valid", 27, R"({"elements":[]})")
+            .ask("invalid", 27, R"({"elements":[{"type":"uint8","id":"x","format":{"base":1}}]})")
+            .ask("free", 5, id.c_str())
+            .ask("freed", 2, &image);
+        for (int unsupported : {3, 18, 21, 23, -1, 0, 28})
+            host.ask("id", unsupported, nullptr);
+        host.send();
+        plugin.send(plugin.handleCall(nullptr, nullptr) == nullptr ? "nullhandle=none" : "nullhandle=reply");
+        return 0;
+    });
+
+    ASSERT_EQ(child.exitCode, 0) << child.errors;
+    EXPECT_EQ(child.output, "same vendor=21/0/ORV ELECTRONIC mac=21/0/00:02:01:AB:CD:EF nokey=21/100000004 "
+                            "trigger=0/0 sync=0/0 stats=23/0/2 stats5=23/100000004 apps=0/0/1:1,2,3, "
+                            "switch=18/0 apps=0/0/2:1,2,3, get=0/100001004/1 set=0/100001004 acquire=0/0 "
+                            "image=3/0/distance_image:5:101:sized model=3/0/result:6:500:sized "
+                            "png=3/0/z4_amplitude_png:5:130:sized unknown=3/100001003/bogus:0:0 "
+                            "format=0/100000003/1:<1> valid=0/0 invalid=0/100000004 free=0/0 freed=none "
+                            "id=none id=none id=none id=none id=none id=none id=none nullhandle=none");
+    EXPECT_THAT(m_redis.cache().logMessages("ERROR"), IsSupersetOf({"[VORN] unsupported command given: 3",
+                                                                    "[VORN] unsupported command given: -1"}));
+}
+
+TEST_F(PluginCommands, WithoutTheCamerasServicesOrARequestPayloadEachCommandAnswersItsFailureStatus)
+{
+    ScopedEnv noBus("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + m_dir.file("no-bus"));
+    ScopedEnv noFrames("ORV_FRAME_DIR", m_dir.file("frames"));
+    ChildResult const child = runWithPlugin([](LoadedPlugin& plugin) {
+        int32_t const application2[] = {2};
+        auto const results = statistic("number_of_results", 1);
+        auto const image = query("distance_image", "5");
+        Host host(plugin);
+        host.ask("vendor", 20, "vendor", infoValue)
+            .ask("name", 20, "name")
+            .ask("trigger", 9, nullptr)
+            .ask("stats", 22, &results)
+            .ask("apps", 14, nullptr, applications)
+            .ask("switch", 17, application2)
+            .ask("acquire", 4, "5")
+            .ask("image", 2, &image)
+            .ask("free", 5, "5");
+        for (int id : {2, 4, 5, 11, 12, 17, 20, 22, 26, 27})
+            host.ask("null", id, nullptr);
+        host.send();
+        return 0;
+    });
+
+    ASSERT_EQ(child.exitCode, 0) << child.errors;
+    EXPECT_EQ(child.output,
+              "vendor=21/0/ORV ELECTRONIC name=21/100000003 trigger=0/100000002 stats=23/100000004 "
+              "apps=0/0/0: switch=18/100000002 acquire=0/100000003 image=none free=0/0 null=none "
+              "null=none null=none null=0/100000003 null=0/100000003 null=18/100000003 "
+              "null=21/100000004 null=23/100000003 null=0/100000003 null=0/100000004 ");
+    std::vector<std::string> const errors = m_redis.cache().logMessages("ERROR");
+    ASSERT_FALSE(errors.empty());
+    EXPECT_THAT(errors[0], HasSubstr("Connection Error ("));
+}
+
+TEST_F(PluginCommands, LoadingWithoutItsRedisEndsTheHostWithTheLoggersError)
+{
+    ScopedEnv nowhere("ORV_REDIS_CACHE_SOCKET", m_dir.file("nothing.sock"));
+    ChildResult const child = runWithPlugin([](LoadedPlugin& plugin) {
+        plugin.send("loaded");
+        return 0;
+    });
+    EXPECT_EQ(child.output, "");
+    EXPECT_EQ(child.signal, SIGABRT);
+    EXPECT_THAT(child.errors, HasSubstr("No such file or directory"));
+}
+
+// Runs for the bus's whole default reply time-out (25 s): registered separately with the label
+// "slow" and not part of the quick run.
+TEST_F(PluginCommands, DISABLED_FailAfterTheBusTimeOutWhenAServiceNeverAnswers)
+{
+    DBusDaemon bus;
+    CameraSim camera({0, "176x132", 8, 3, {"vornTrigger=noreply"}});
+    auto const start = std::chrono::steady_clock::now();
+    ChildResult const child = runWithPlugin([](LoadedPlugin& plugin) {
+        Host(plugin).ask("trigger", 9, nullptr).send();
+        return 0;
+    });
+    auto const seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_EQ(child.output, "trigger=0/100000002 ");
+    EXPECT_GE(seconds, 24);
+    EXPECT_THAT(m_redis.cache().logMessages("ERROR"),
+                ::testing::Contains("Error calling dbus method: org.freedesktop.DBus.Error.NoReply"));
+}
+
+} // namespace

@@ -1,0 +1,30 @@
+// Starting the programs a test needs (servers, the simulated camera, the tools). Every program
+// started here ends with the test process, even when the test crashes: a leftover server would hold
+// CTest's output pipe open.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace orv {
+namespace test {
+
+// The argument vector that runs a program of this build: directly, or through the build's emulator
+// when the build is for another machine (the camera build under qemu-arm).
+std::vector<std::string> programCommand(std::string const& program,
+                                        std::vector<std::string> const& args = {});
+
+// Runs argv (argv[0] looked up on PATH) with its standard output and error sent to the given
+// descriptors (-1: the test's own). Throws std::runtime_error when it cannot fork.
+pid_t spawn(std::vector<std::string> const& argv, int outFd = -1, int errFd = -1);
+
+// Spawns argv and waits up to 10 s until socketPath accepts a connection; throws otherwise.
+pid_t startSocketService(std::vector<std::string> const& argv, std::string const& socketPath);
+
+// SIGTERM, then waits; pid becomes -1. Returns the exit code, or -1 when the program did not exit by
+// itself (or pid was already -1).
+int stopProcess(pid_t& pid);
+
+} // namespace test
+} // namespace orv
