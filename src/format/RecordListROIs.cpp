@@ -5,6 +5,7 @@
 #include <QDebug>
 
 #include "format/RecordRoi.h"
+#include "format/VariantText.h"
 
 namespace orv {
 
@@ -29,7 +30,7 @@ void RecordListROIs::applyUpdates(ResultModel& model)
     QVariantList const rois = updated.toMap().value(QStringLiteral("ROIs")).toList();
     for (QVariant const& roi : rois) {
         QVariantMap const fields = roi.toMap();
-        m_table.insert(fields.value(QStringLiteral("id")).toString(), fields);
+        m_table.insert(variantText(fields.value(QStringLiteral("id"))), fields);
     }
 }
 

@@ -10,6 +10,7 @@
 
 #include <QDebug>
 
+#include "format/VariantText.h"
 #include "format/VornFormatSettings.h"
 
 namespace {
@@ -124,7 +125,7 @@ QByteArray VornFormatter::formatValue(QVariant const& value, QMap<QString, QVari
     case VornFormatSettings::UInt64:
         return int64ToBytes<unsigned long long>(value, settings);
     case VornFormatSettings::String:
-        return handleAsciiFieldWidthAndAlignment(decodeHexEscapes(value.toString().toUtf8()), settings);
+        return handleAsciiFieldWidthAndAlignment(decodeHexEscapes(variantText(value).toUtf8()), settings);
     }
     qCritical() << "Called VornFormatter::formatValue with unsupported type:"
                 << static_cast<int>(settings.type);

@@ -70,6 +70,11 @@ Case const cases[] = {
     {"string", txt, "\\x5cx41", {}, "\\x41"},
     {"string", txt, "a\\x00b", {}, "a\0b"s},
     {"string", bin, QString::fromUtf8("\xC3\xA4"), {}, "\xC3\xA4"}, // always UTF-8 text
+    // Numbers as text with 15 significant digits, as the camera's system writes them.
+    {"string", txt, 26.400000000000002, {}, "26.4"},
+    {"string", txt, 0.30000000000000004, {}, "0.3"},
+    {"string", txt, 1234567.1234567891, {}, "1234567.12345679"},
+    {"string", txt, 1e21, {}, "1e+21"},
     // 64 bits: every digit of 2^53 + 1 kept unscaled; scaled in single precision, 2 * (2^53 + 1) gives 2^54.
     {"int64", txt, qlonglong(9007199254740993), {}, "9007199254740993"},
     {"int64", txt, qlonglong(9007199254740993), {{"scale", 2}}, "18014398509481984"},
