@@ -99,7 +99,8 @@ bool appendBasic(DBusMessageIter* it, DBUS_ARG_T const& arg)
 bool isIntegerType(int type)
 {
     return type == DBUS_TYPE_INT32 || type == DBUS_TYPE_UINT32 || type == DBUS_TYPE_BYTE ||
-           type == DBUS_TYPE_BOOLEAN || type == DBUS_TYPE_INT16 || type == DBUS_TYPE_UINT16;
+           type == DBUS_TYPE_BOOLEAN || type == DBUS_TYPE_INT16 || type == DBUS_TYPE_UINT16 ||
+           type == DBUS_TYPE_INT64 || type == DBUS_TYPE_UINT64;
 }
 
 } // namespace

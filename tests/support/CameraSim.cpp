@@ -181,3 +181,15 @@ std::pair<int, int> CameraSim::pin(int pin)
 
 } // namespace test
 } // namespace orv
+
+namespace orv {
+namespace test {
+
+void CameraSim::setCounters(uint32_t triggers, uint32_t results, uint32_t positive, uint32_t negative)
+{
+    control("camsimSetCounters", DBUS_TYPE_UINT32, &triggers, DBUS_TYPE_UINT32, &results, DBUS_TYPE_UINT32,
+            &positive, DBUS_TYPE_UINT32, &negative, DBUS_TYPE_INVALID);
+}
+
+} // namespace test
+} // namespace orv

@@ -4,6 +4,7 @@
 // with SIGTERM on destruction. Needs the Redis environment.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <sys/types.h>
 #include <utility>
@@ -49,6 +50,7 @@ public:
     void setApplications(int count);
     void setPin(int pin, int mode, int state);
     std::pair<int, int> pin(int pin); // mode and state
+    void setCounters(uint32_t triggers, uint32_t results, uint32_t positive, uint32_t negative);
 
 private:
     std::string readLine(int timeoutMs);

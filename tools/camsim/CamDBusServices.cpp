@@ -34,6 +34,7 @@ constexpr FaultName kFaultNames[] = {
     {"baddict", Fault::BadDictionary},
     {"novariant", Fault::NoVariant},
     {"noindex", Fault::MissingIndex},
+    {"wideindex", Fault::WideIndex},
 };
 
 void appendInt(DBusMessageIter* it, int32_t value)
@@ -415,7 +416,11 @@ DBusMessage* CamDBusServices::getApplicationList(DBusMessage* call, Fault const&
         DBusMessageIter dict;
         dbus_message_iter_open_container(&list, DBUS_TYPE_ARRAY, dictSignature(fault, 'i'), &dict);
         int32_t const value = index;
-        if (fault.kind != Fault::MissingIndex)
+        // A service of another make may send any integer type; this one sets bits above the 32 too.
+        int64_t const wide = value + (int64_t(1) << 32);
+        if (fault.kind == Fault::WideIndex)
+            appendEntry(&dict, "Index", DBUS_TYPE_INT64, &wide, fault);
+        else if (fault.kind != Fault::MissingIndex)
             appendEntry(&dict, "Index", DBUS_TYPE_INT32, &value, fault);
         int32_t const models = 1 + index % 3;
         appendEntry(&dict, "ModelCount", DBUS_TYPE_INT32, &models, fault);
@@ -513,7 +518,8 @@ DBusMessage* CamDBusServices::getStatistics(DBusMessage* call, Fault const& faul
 }
 
 // Test control: camsimSetFault(s method, s kind[:value]), camsimSetApplications(i count),
-// camsimSetPin(i pin, i mode, i state), camsimGetPin(i pin) -> (i mode, i state).
+// camsimSetPin(i pin, i mode, i state), camsimGetPin(i pin) -> (i mode, i state),
+// camsimSetCounters(u triggers, u results, u positive, u negative).
 DBusMessage* CamDBusServices::control(DBusMessage* call, std::string const& method)
 {
     if (method == "camsimSetFault") {
@@ -534,6 +540,20 @@ DBusMessage* CamDBusServices::control(DBusMessage* call, std::string const& meth
         if (!dbus_message_get_args(call, nullptr, DBUS_TYPE_INT32, &count, DBUS_TYPE_INVALID))
             return dbus_message_new_error(call, DBUS_ERROR_INVALID_ARGS, "camsimSetApplications(count)");
         setApplicationCount(count);
+        return dbus_message_new_method_return(call);
+    }
+    if (method == "camsimSetCounters") {
+        uint32_t counters[4] = {};
+        if (!dbus_message_get_args(call, nullptr, DBUS_TYPE_UINT32, &counters[0], DBUS_TYPE_UINT32,
+                                   &counters[1], DBUS_TYPE_UINT32, &counters[2], DBUS_TYPE_UINT32,
+                                   &counters[3], DBUS_TYPE_INVALID))
+            return dbus_message_new_error(call, DBUS_ERROR_INVALID_ARGS,
+                                          "camsimSetCounters(triggers, results, positive, negative)");
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_triggers = counters[0];
+        m_results = counters[1];
+        m_positive = counters[2];
+        m_negative = counters[3];
         return dbus_message_new_method_return(call);
     }
     if (method == "camsimSetPin") {

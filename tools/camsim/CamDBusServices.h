@@ -34,6 +34,7 @@ struct Fault
         BadDictionary, // dictionaries with int32 keys
         NoVariant,     // dictionary values that are plain texts instead of variants
         MissingIndex,  // applications without "Index"
+        WideIndex,     // "Index" as a 64-bit integer with bits set above the low 32
     };
     Kind kind = None;
     int value = 0;

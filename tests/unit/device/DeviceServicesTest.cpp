@@ -126,15 +126,15 @@ TEST_F(DeviceTest, ConnectorRejectsRepliesThatBreakTheServicesConventionAndLeave
 TEST_F(DeviceTest, StatisticsAnswerTheCounterInTheRequestedRepresentationAndAnUnknownKeyAsZero)
 {
     start();
-    connector().releaseTrigger();
-    connector().releaseTrigger();
+    camera->setCounters(7, 11, 13, 17); // triggers, results, positive, false: four values, so none swaps
     char const* const results = "number_of_results";
     auto bytes = [](auto value) { return std::string(reinterpret_cast<char const*>(&value), sizeof value); };
-    EXPECT_EQ(statistic(results, 1), "0 1 4 " + bytes(2u));
-    EXPECT_EQ(statistic(results, 2), "0 2 4 " + bytes(2u));
-    EXPECT_EQ(statistic(results, 3), "0 3 4 " + bytes(2.0f));
-    EXPECT_EQ(statistic(results, 4), "0 4 8 " + bytes(2.0));
-    EXPECT_EQ(statistic("number_of_false_decodings", 1), "0 1 4 " + bytes(0u));
+    EXPECT_EQ(statistic(results, 1), "0 1 4 " + bytes(11u));
+    EXPECT_EQ(statistic(results, 2), "0 2 4 " + bytes(11u));
+    EXPECT_EQ(statistic(results, 3), "0 3 4 " + bytes(11.0f));
+    EXPECT_EQ(statistic(results, 4), "0 4 8 " + bytes(11.0));
+    EXPECT_EQ(statistic("number_of_positive_decodings", 1), "0 1 4 " + bytes(13u));
+    EXPECT_EQ(statistic("number_of_false_decodings", 1), "0 1 4 " + bytes(17u));
     EXPECT_EQ(statistic("number_of_sunsets", 1), "0 1 4 " + bytes(0u));
     EXPECT_EQ(statistic(results, 0), "100000004 0 0 null");
     EXPECT_EQ(statistic(results, 5), "100000004 0 0 null");
@@ -155,6 +155,11 @@ TEST_F(DeviceTest, ApplicationListKeepsTheFirst32IndicesAndZeroesUnusedSlots)
     // The switch answers the service's own code, as it stands.
     EXPECT_EQ(run<VORNSetApplication>(int32_t{3})[0], 0);
     EXPECT_EQ(run<VORNSetApplication>(int32_t{41})[0], 100000004);
+    // An "Index" of another integer type counts by its low 32 bits, here a 64-bit one.
+    camera->setApplications(2);
+    camera->setFault("getApplicationList", "wideindex");
+    EXPECT_EQ(run<VORNGetApplicationList>(nullptr, 20), (std::vector<int32_t>{0, 2, 3, 1, 2}));
+    camera->setFault("getApplicationList", "none");
     // No applications: the active one is still read, and no slot is left to stale heap contents.
     camera->setApplications(0);
     expected = {0, 0, 3};
