@@ -10,7 +10,8 @@ namespace orv {
 
 namespace {
 
-// The first valid interface named eth0 and its first usable address entry.
+// The first valid interface named eth0 and its first usable IPv4 address entry. The keys name IPv4:
+// an IPv6 entry (eth0's fe80:: address is there whenever IPv6 is on) is never an answer.
 bool eth0Entry(QNetworkAddressEntry& found)
 {
     for (QNetworkInterface const& iface : QNetworkInterface::allInterfaces()) {
@@ -18,8 +19,8 @@ bool eth0Entry(QNetworkAddressEntry& found)
             continue;
         for (QNetworkAddressEntry const& entry : iface.addressEntries()) {
             QHostAddress const ip = entry.ip();
-            if (ip.isNull() || ip.toString().startsWith(QLatin1String("169.254")) ||
-                ip == QHostAddress(QHostAddress::AnyIPv6))
+            if (ip.isNull() || ip.protocol() != QAbstractSocket::IPv4Protocol ||
+                ip.toString().startsWith(QLatin1String("169.254")))
                 continue;
             found = entry;
             return true;

@@ -120,6 +120,12 @@ TEST_F(NetworkQueries, AnswerTheFirstUsableAddressOfEth0AndOnlyADefaultRouteViaE
     EXPECT_EQ(onNetwork(" && ip addr add 169.254.7.8/16 dev eth0 && ip addr add 192.0.2.10/25 dev eth0 && "
                         "ip addr add 192.0.2.130/25 dev eth1 && ip route add default via 192.0.2.129"),
               "192.0.2.10 255.255.255.128 100000003");
+    // IPv6 is on, as on a camera: eth0's fe80:: address is no answer to a key that names IPv4.
+    EXPECT_EQ(
+        onNetwork(" && echo 0 > /proc/sys/net/ipv6/conf/eth0/disable_ipv6 && ip addr add 169.254.7.8/16 "
+                  "dev eth0 && for i in $(seq 100); do ip -6 addr show dev eth0 | grep -q fe80 && break; "
+                  "sleep 0.05; done && ip -6 addr show dev eth0 | grep -q fe80"),
+        "100000003 100000003 100000003");
 }
 
 TEST(IdentEeprom, CheckAcceptsOnlyVersions2And3WithTheKindsLetterAndTheRecordsCrc)
