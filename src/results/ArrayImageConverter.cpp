@@ -1,5 +1,7 @@
 #include "results/ArrayImageConverter.h"
 
+#include <QtGlobal>
+
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -95,7 +97,10 @@ unsigned int ArrayImageConverter::convertPoint(float value)
         index = m_colorMapSize - 1;
     if (index < 0)
         index = 0;
-    Q_ASSERT_X(index < m_colorMap.size(), "convertPoint", "index out of range");
+    // A converter without its colour map is a programming error: fatal in every build, never a read
+    // outside the map (an assertion would be compiled out of a release build).
+    if (index >= m_colorMap.size())
+        qFatal("ASSERT failure in convertPoint: \"index out of range\"");
     return m_colorMap.at(index);
 }
 

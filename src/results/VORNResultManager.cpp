@@ -1,7 +1,9 @@
 #include "results/VORNResultManager.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 #include <sys/mman.h>
 
 #include <QBuffer>
@@ -27,9 +29,18 @@ constexpr char JsonDiagnosticKey[] = "json_diagnostic";
 constexpr char JsonModelKey[] = "json_model";
 constexpr char AmplitudePngKey[] = "normalized_amplitude_image.png";
 
+// The id as std::stoul reads it on the camera, where unsigned long has 32 bits: an id beyond 32 bits
+// is out of range on every host instead of being cut to another id, and a negative one wraps to 32
+// bits ("-1" is 4294967295) as it does there.
 uint32_t frameCountOf(const std::string& id)
 {
-    return static_cast<uint32_t>(std::stoul(id, nullptr, 10));
+    unsigned long const value = std::stoul(id, nullptr, 10);
+    size_t const first = id.find_first_not_of(" \t\n\v\f\r");
+    bool const negative = first != std::string::npos && id[first] == '-';
+    unsigned long const magnitude = negative ? 0UL - value : value;
+    if (magnitude >> 16 >> 16 != 0) // beyond 32 bits; written so that a 32-bit build sees no constant test
+        throw std::out_of_range("stoul");
+    return negative ? 0U - static_cast<uint32_t>(magnitude) : static_cast<uint32_t>(magnitude);
 }
 
 int32_t tenthsOf(QString const& value)

@@ -55,3 +55,17 @@ TEST(GreyScaleArrayImageConverter, ConvertsArraysRowByRowInTheRangeFoundUnlessWr
     EXPECT_EQ(converter.convert_array(values).pixel(0, 1), grey(0));
     EXPECT_EQ(converter.convert_array(values).pixel(2, 1), grey(128));
 }
+
+// A converter whose colour map was never made.
+class Uncoloured : public orv::ArrayImageConverter
+{
+protected:
+    void initColorMap() override {}
+};
+
+TEST(ArrayImageConverterDeathTest, EndsTheProgramForAConverterWithoutColoursRatherThanReadOutsideItsMap)
+{
+    Uncoloured converter;
+    converter.setMinMax(0, 1);
+    EXPECT_DEATH(converter.convertPoint(0.5f), "index out of range");
+}

@@ -113,6 +113,13 @@ TEST_F(ResultManagerTest, DerivesTheDiagnosticChunksFromTheResultHashReadOncePer
     diag = manager.getDiagnosticData("13");
     ASSERT_NE(diag, nullptr);
     EXPECT_EQ(words(diag->data, 17), (Words{302, 68, 48, 2, 5, 1, 4, 0, 13, 0, 0, 0, 0, 0, 0, 32767, 0}));
+    // Ids are numbered as the camera's 32-bit conversion does it, on every host.
+    for (char const* id : {"4294967296", "99999999999", "-4294967296"}) {
+        manager.release(id);
+        EXPECT_THROW(manager.getDiagnosticData(id), std::out_of_range) << id;
+    }
+    manager.release("-1");
+    EXPECT_EQ(words(manager.getDiagnosticData("-1")->data, 9)[8], 4294967295u);
     redis().command({"SET", "result_4", "not a hash"});
     EXPECT_EQ(manager.getRedisResult("4", "FrameDuration"), "");
     EXPECT_THAT(errors(), ElementsAre("fetchRedisResults: could not fetch Redis results for id 4 (error 3)"));
