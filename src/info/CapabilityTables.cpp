@@ -1,5 +1,11 @@
 // THE PRODUCT TABLES: which boards and which articles have which capability.
 //
+// PLACEHOLDERS: the board codes and article designations below are made up for development and
+// the simulated camera; they are not a camera maker's product list. A camera's real table is
+// supplied by replacing the entries here with the maker's board codes and articles and rebuilding
+// (nothing is read from files at run time); the tests that build EEPROM records name these codes
+// and change with them.
+//
 // This file is data. A product engineer adds a board revision or an article here and nothing else
 // changes. Board codes are the three characters at bytes 6-8 of a board's identification EEPROM;
 // article designations are the six characters at bytes 98-103 of the main board's EEPROM.

@@ -13,7 +13,8 @@ class NumberToPoly
 {
 public:
     // The cells that tile a rectangular honeycomb field: whole hexagons whose width spans the
-    // long or the short diagonal, and the half cells at the field's right and left borders.
+    // long or the short diagonal, and the right and left halves of a short-diagonal cell (the right
+    // half is what a border cuts off at the field's left border, and the other way round).
     enum class Cell
     {
         Longer,
