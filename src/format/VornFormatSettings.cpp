@@ -35,6 +35,19 @@ bool take(QMap<QString, QVariant> const& options, QSet<QString>& used, char cons
     return true;
 }
 
+// The option as a number within 0..limit, the bounds the format schema enforces. A description that
+// is not validated first (the format-results command does not validate) may ask for more: the value
+// is then held at the bound and reported, and the request is still served.
+int bounded(QVariant const& value, char const* key, int limit)
+{
+    int const requested = value.toInt();
+    if (requested >= 0 && requested <= limit)
+        return requested;
+    qCritical().nospace() << "Unexpect value of '" << key << "' " << value << ", using "
+                          << (requested < 0 ? 0 : limit);
+    return requested < 0 ? 0 : limit;
+}
+
 } // namespace
 
 bool VornFormatSettings::isSigned() const
@@ -100,7 +113,7 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
     used.insert(QStringLiteral("busEndianness"));
 
     if (take(options, used, "width", value))
-        width = value.toInt();
+        width = bounded(value, "width", MaxWidth);
 
     if (take(options, used, "fill", value)) {
         QString const text = value.toString();
@@ -111,7 +124,7 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
     }
 
     if (take(options, used, "precision", value))
-        precision = value.toInt();
+        precision = bounded(value, "precision", MaxPrecision);
 
     if (take(options, used, "displayformat", value)) {
         if (equalsText(value, "fixed"))

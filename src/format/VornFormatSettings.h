@@ -39,6 +39,11 @@ public:
         BigEndian = 1
     };
 
+    // The largest "width" and "precision" a description may ask for, as the format schema has them:
+    // one value never allocates more than that, whatever a request holds.
+    static constexpr int MaxWidth = 65535;
+    static constexpr int MaxPrecision = 99;
+
     VornFormatSettings() = default;
 
     // Takes every valid option of the map and reports every bad, missing or unknown one on the

@@ -40,7 +40,7 @@ QPolygonF unitCell(NumberToPoly::Cell cell)
 QPolygonF NumberToPoly::regular(int corners, QPointF const& center, float diameter, float angle)
 {
     QPolygonF ownFrame;
-    if (corners < 3)
+    if (corners < 3 || corners > MaxCorners)
         return ownFrame;
     float const radius = diameter / 2.0f;
     for (int k = 0; k < corners; ++k) {
@@ -65,7 +65,7 @@ QPolygonF NumberToPoly::ellipse(QPointF const& center, QSizeF const& size, float
     // A chord over the angle step d strays about r * d * d / 8 from a circle of radius r; the flatter
     // side of an ellipse is no more curved than the circle of its larger radius.
     float const step = std::sqrt(8.0f * 0.05f / std::max(std::max(a, b), 1.0f));
-    int const corners = std::min(4096, std::max(16, int(std::ceil(2.0f * Pi / step))));
+    int const corners = std::min(MaxCorners, std::max(16, int(std::ceil(2.0f * Pi / step))));
     QPolygonF ownFrame;
     ownFrame.reserve(corners);
     for (int k = 0; k < corners; ++k) {

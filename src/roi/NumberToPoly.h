@@ -23,8 +23,12 @@ public:
         Left,
     };
 
+    // The most corners an outline has: an ellipse is drawn with at most this many, and a regular
+    // polygon with more (a model may ask for two billion) is refused rather than allocated.
+    static constexpr int MaxCorners = 4096;
+
     // Corners on the circle of the given diameter, the first on the shape's x axis (pointing right
-    // at angle 0), then clockwise. Fewer than 3 corners make no polygon.
+    // at angle 0), then clockwise. Fewer than 3 or more than MaxCorners corners make no polygon.
     static QPolygonF regular(int corners, QPointF const& center, float diameter, float angle);
 
     // The cell stretched to fill a box of the given full width and height.

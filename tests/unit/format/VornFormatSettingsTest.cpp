@@ -62,3 +62,18 @@ TEST(VornFormatSettings, ReportsABadValueOrAnUnknownKeyWithTheEstablishedTextAnd
         EXPECT_EQ(messages.all(), QStringList({QString("critical: ") + message})) << key;
     }
 }
+
+TEST(VornFormatSettings, HoldsWidthAndPrecisionWithinTheSchemasBoundsAndSaysSo)
+{
+    MessageCapture messages;
+    EXPECT_EQ(fieldsOf({{"type", "float32"},
+                        {"dataencoding", "ascii"},
+                        {"width", 300000000},
+                        {"precision", 2147483647}}),
+              "70 1 0 0 65535 ' ' 99f 1 '.' 10 0");
+    EXPECT_EQ(fieldsOf({{"type", "int8"}, {"dataencoding", "ascii"}, {"width", -5}, {"precision", -1}}),
+              "10 1 0 0 0 ' ' 0f 1 '.' 10 0");
+    ASSERT_EQ(messages.all().filter("critical: Unexpect value of").size(), 4);
+    EXPECT_EQ(messages.all().filter("'width'").first(),
+              "critical: Unexpect value of 'width' QVariant(int, 300000000), using 65535");
+}

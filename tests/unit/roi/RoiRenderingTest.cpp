@@ -82,7 +82,7 @@ TEST(RoiElements, ReadsEveryModelsRoisInNumericOrderWithUpdatesAndSkipsWhatCanno
 {
     orv::RoiElements rois;
     ASSERT_TRUE(rois.load(R"({"model_002": {"ROIs": [{"type": "Circle"}, {"id": 5, "type": "Ellipse"}]},
-        "model_001": {"ROIs": {"10": {}, "9": {"type": "Triangle"}, "4": {"type": "Regular", "points": 2},
+        "model_001": {"ROIs": {"10": {}, "9": {"type": "Triangle"}, "4": {"type": "Regular", "points": 2}, "6": {"type": "Regular", "points": 2000000000},
         "3": {"type": "Poly", "points": []}, "2": {"type": "Poly", "points": [{"x": "1.5"}, {"y": 4}]}},
         "ROIsUpdated": {"ROIs": [{"id": 10, "type": "Square"}, {"id": 77, "type": "Hexagon"}]}},
         "notamodel": {"ROIs": {"1": {"type": "Rect"}}}})"));
@@ -91,7 +91,7 @@ TEST(RoiElements, ReadsEveryModelsRoisInNumericOrderWithUpdatesAndSkipsWhatCanno
         seen << element.model + "/" + QString::number(element.id) + "/" + element.type;
     EXPECT_EQ(seen, QStringList({"model_001/2/Poly", "model_001/10/Square", "model_001/77/Hexagon",
                                  "model_002/0/Circle", "model_002/5/Ellipse"}));
-    EXPECT_EQ(rois.skipped(), 3);
+    EXPECT_EQ(rois.skipped(), 4);
     EXPECT_EQ(rois.elements()[0].shape.data(orv::RoiShapeModel::PolygonRole).value<QPolygonF>(),
               (QVector<QPointF>{{1.5, 0}, {0, 4}}));
 }
