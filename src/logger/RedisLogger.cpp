@@ -124,8 +124,16 @@ void RedisLogger::setConfig(unsigned int mask, int maxLogs, std::string const& s
     // Under the lock, unlike a plain store, so that a write never sees a half-replaced expression.
     Lock lock(RedisLoggerPimpl::loggerMutex());
     m_pimpl->mask = mask;
-    m_pimpl->maxLogs = maxLogs;
-    m_pimpl->segvRegex = segvRegex;
+    // As for a configuration text: a maximum below 1 or an expression that does not compile is kept
+    // out, and said in an ERROR entry.
+    if (maxLogs >= 1)
+        m_pimpl->maxLogs = maxLogs;
+    else
+        m_pimpl->refuseConfig("Log configuration not applied: max logs(%d) is below 1", maxLogs);
+    std::string error;
+    if (!m_pimpl->segvRegex.set(segvRegex, error))
+        m_pimpl->refuseConfig("Log configuration not applied: SigSegV Regexp(%s) does not compile: %s",
+                              segvRegex.c_str(), error.c_str());
 }
 
 void RedisLogger::setConfigMask(unsigned int mask)
@@ -181,8 +189,10 @@ bool RedisLogger::getLogEntriesFiltered(std::vector<std::map<std::string, std::s
         std::map<std::string, std::string> entry{
             {"T", "?"}, {"P", "?"}, {"C", "?"}, {"S", "?"}, {"M", "Unrecognized entry"}};
         redisReply const* element = reply->element[i];
-        if (element->str != nullptr)
-            RedisLoggerPimpl::json2Entry(entry, element->str);
+        // An entry that is no JSON (one cut at 500 bytes, or garbage) also keeps its text, so that a
+        // tool can show what it can read of it.
+        if (element->str != nullptr && !RedisLoggerPimpl::json2Entry(entry, element->str))
+            entry["raw"].assign(element->str, element->len);
         entries.push_back(std::move(entry));
     }
     freeReplyObject(reply);

@@ -1,16 +1,19 @@
 #include "logger/RedisLoggerPimpl.h"
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <climits>
+#include <cmath>
 #include <condition_variable>
 #include <csignal>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <memory>
 #include <mutex>
-#include <regex>
 #include <stdexcept>
 #include <thread>
 #include <unistd.h>
@@ -108,6 +111,19 @@ redisAsyncContext* connectAsync(RedisLoggerPimpl const& pimpl)
     return redisAsyncConnect(pimpl.host.c_str(), pimpl.port);
 }
 
+// A JSON number as an integer of the given range, without the undefined behaviour of converting a
+// value beyond it (cJSON reads 1e400 as infinity).
+long long saturated(double value, long long lowest, long long highest)
+{
+    if (std::isnan(value))
+        return 0;
+    if (value <= static_cast<double>(lowest))
+        return lowest;
+    if (value >= static_cast<double>(highest))
+        return highest;
+    return static_cast<long long>(value);
+}
+
 bool isMessage(redisReply const* reply)
 {
     return reply != nullptr && reply->type == REDIS_REPLY_ARRAY && reply->elements == 3 &&
@@ -122,7 +138,7 @@ RedisLoggerPimpl::RedisLoggerPimpl(char const* sourceName, char const* host, int
     : context(nullptr), sourceName(sourceName != nullptr ? sourceName : ""),
       host(host != nullptr ? host : ""), port(port),
       unixSocketPath(unixSocketPath != nullptr ? unixSocketPath : ""), pid(getpid()),
-      logKey(logKey != nullptr ? logKey : ""), segvRegex(), maxLogs(10000), mask(0xF0)
+      logKey(logKey != nullptr ? logKey : ""), maxLogs(10000), mask(0xF0)
 {}
 
 RedisLoggerPimpl::~RedisLoggerPimpl()
@@ -281,14 +297,22 @@ void RedisLoggerPimpl::dropConnection()
 
 void RedisLoggerPimpl::crashIfMatches(char const* message) const
 {
-    if (segvRegex.empty())
+    if (!segvRegex.matches(message))
         return;
-    std::regex const expression(segvRegex, std::regex::ECMAScript);
-    if (!std::regex_search(message, expression))
-        return;
-    fprintf(stderr, "Will raise(SIGSEGV): %s matches configured regex(%s)!\n", message, segvRegex.c_str());
+    fprintf(stderr, "Will raise(SIGSEGV): %s matches configured regex(%s)!\n", message,
+            segvRegex.expression().c_str());
     fflush(stderr);
     raise(SIGSEGV);
+}
+
+void RedisLoggerPimpl::refuseConfig(char const* format, ...)
+{
+    char text[LogEntryFormat::kEntrySize];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    logFixed(RedisLogger::ERROR, text, 0, false);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -296,7 +320,7 @@ void RedisLoggerPimpl::crashIfMatches(char const* message) const
 
 bool RedisLoggerPimpl::evaluateConfig(char const* json, bool announce)
 {
-    std::string newRegex = segvRegex;
+    std::string newRegex = segvRegex.expression();
     int newMax = maxLogs;
     unsigned int newMask = mask;
     std::string matchedSource;
@@ -319,11 +343,11 @@ bool RedisLoggerPimpl::evaluateConfig(char const* json, bool announce)
                 matchedSource = "all";
         } else if (name == "pid" && cJSON_IsNumber(member)) {
             pidGiven = true;
-            wantedPid = static_cast<int>(member->valuedouble);
+            wantedPid = static_cast<int>(saturated(member->valuedouble, INT_MIN, INT_MAX));
         } else if (name == "mask" && cJSON_IsNumber(member)) {
-            newMask = static_cast<unsigned int>(static_cast<long long>(member->valuedouble));
+            newMask = static_cast<unsigned int>(saturated(member->valuedouble, LLONG_MIN, LLONG_MAX));
         } else if (name == "max" && cJSON_IsNumber(member)) {
-            newMax = static_cast<int>(member->valuedouble);
+            newMax = static_cast<int>(saturated(member->valuedouble, INT_MIN, INT_MAX));
         } else if (name == "segvregex" && cJSON_IsString(member)) {
             newRegex = member->valuestring;
         }
@@ -335,7 +359,18 @@ bool RedisLoggerPimpl::evaluateConfig(char const* json, bool announce)
     if (pidGiven && wantedPid != pid)
         return false;
 
-    segvRegex = newRegex;
+    // A text that would break the logger is not applied at all: a "max" below 1 would leave the
+    // list unbounded, an expression that does not compile would end the process at its next write.
+    if (newMax < 1) {
+        refuseConfig("Log configuration not applied: max logs(%d) is below 1", newMax);
+        return false;
+    }
+    std::string error;
+    if (!segvRegex.set(newRegex, error)) {
+        refuseConfig("Log configuration not applied: SigSegV Regexp(%s) does not compile: %s",
+                     newRegex.c_str(), error.c_str());
+        return false;
+    }
     maxLogs = newMax;
     mask = newMask;
     if (announce) {
@@ -343,7 +378,8 @@ bool RedisLoggerPimpl::evaluateConfig(char const* json, bool announce)
         snprintf(
             text, sizeof text,
             "Applying new log configuration: mask(0x%x), SigSegV Regexp(%s), max logs(%d), instance(0x%x)",
-            mask, segvRegex.c_str(), maxLogs, static_cast<unsigned int>(reinterpret_cast<uintptr_t>(this)));
+            mask, segvRegex.expression().c_str(), maxLogs,
+            static_cast<unsigned int>(reinterpret_cast<uintptr_t>(this)));
         logFixed(RedisLogger::INFO, text, 0, false);
     }
     return true;
@@ -600,7 +636,8 @@ void RedisLoggerPimpl::subCallback(redisAsyncContext*, void* replyData, void* pr
     if (!isMessage(reply) || privateData == nullptr)
         return;
     Entry entry;
-    json2Entry(entry, reply->element[2]->str);
+    if (!json2Entry(entry, reply->element[2]->str))
+        entry["raw"].assign(reply->element[2]->str, reply->element[2]->len);
     reinterpret_cast<void (*)(Entry&)>(privateData)(entry);
 }
 

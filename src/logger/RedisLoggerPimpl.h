@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "logger/CrashTrigger.h"
 #include "logger/RedisLogger.h"
 
 struct redisContext;
@@ -42,6 +43,8 @@ public:
     int logFixed(Category category, char const* message, unsigned int length, bool checkMask);
 
     bool evaluateConfig(char const* json, bool announce);
+    // Writes an ERROR entry, whatever the mask, about a configuration that is not applied.
+    void refuseConfig(char const* format, ...) __attribute__((format(printf, 2, 3)));
     bool loadConfig(std::string const& name);
     bool saveConfig(std::string const& source, unsigned int mask, int maxLogs, std::string const& segvRegex,
                     RedisLogger const& logger);
@@ -74,7 +77,7 @@ public:
     std::string unixSocketPath;
     int pid;
     std::string logKey;
-    std::string segvRegex;
+    CrashTrigger segvRegex; // the crash-trigger expression, compiled when it is set
     int maxLogs;
     unsigned int mask;
 

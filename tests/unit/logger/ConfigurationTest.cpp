@@ -79,6 +79,28 @@ TEST_F(Configuration, ReachesALoggerThatAnotherThreadWritesWithAndNeverHalfAppli
     EXPECT_THAT(redis().logMessages("INFO"), ElementsAre(HasSubstr("mask(0xff)")));
 }
 
+TEST_F(Configuration, RefusesTextsThatWouldBreakTheLoggerAndKeepsWorkingWithTheSettingsItHad)
+{
+    auto kscom = makeLogger("KSCOM", true);
+    ASSERT_TRUE(redis().waitForSubscribers("LOGGER:CFG"));
+    publish(R"({"source":"KSCOM","segvregex":"(a+)+b","max":6})");
+    for (char const* text :
+         {R"({"source":"all","segvregex":"(["})", R"({"source":"all","max":0,"mask":255})",
+          R"({"source":"all","segvregex":"a{1234567}"})", R"({"source":"all","max":-1e400})"})
+        publish(text);
+    publish(R"({"source":"KSCOM","mask":240})");
+    EXPECT_THAT(announcementsAfter(2),
+                ElementsAre(HasSubstr("Regexp((a+)+b), max logs(6)"),
+                            HasSubstr("mask(0xf0), SigSegV Regexp((a+)+b), max logs(6)")));
+    EXPECT_THAT(redis().logMessages("ERROR"),
+                ElementsAre(HasSubstr("SigSegV Regexp(([) does not compile"),
+                            HasSubstr("max logs(0) is below 1"),
+                            HasSubstr("Regexp(a{1234567}) does not compile"), HasSubstr("is below 1")));
+    // The kept expression matches in time proportional to the message, never by backtracking.
+    EXPECT_EQ(kscom->log(RedisLogger::ERROR, "%s", std::string(499, 'a').c_str()), 0);
+    EXPECT_EQ(redis().llen("LOG:ENTRIES"), 6);
+}
+
 TEST_F(Configuration, StoresConfigurationsThatLaterLoggersStartWithSilently)
 {
     auto tool = makeLogger("kslog");

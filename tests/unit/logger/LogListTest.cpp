@@ -124,7 +124,12 @@ TEST_F(Query, CountsReadsFiltersInsideTheServerAndDeletesTheList)
     ASSERT_TRUE(logger->getLogEntriesFiltered(entries, 0, -1, nullptr));
     EXPECT_THAT(
         entries,
-        ElementsAre(Entry{{"T", "?"}, {"P", "?"}, {"C", "?"}, {"S", "?"}, {"M", "Unrecognized entry"}},
+        ElementsAre(Entry{{"T", "?"},
+                          {"P", "?"},
+                          {"C", "?"},
+                          {"S", "?"},
+                          {"M", "Unrecognized entry"},
+                          {"raw", "garbage"}},
                     Entry{{"T", "?"}, {"P", "?"}, {"C", "?"}, {"S", "?"}, {"M", "partial"}, {"X", "extra"}}));
 }
 
