@@ -183,7 +183,10 @@ bool doesJsonConformToOutputFormatScheme(char const* json, std::string& error)
     }
 
     rapidjson::Document document;
-    document.Parse<rapidjson::kParseIterativeFlag>(text.c_str(), text.size());
+    // Invalid UTF-8 is refused as the format-results command's own parser refuses it (and
+    // RapidJSON would read past a broken sequence when it names the place of a failure).
+    document.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag>(text.c_str(),
+                                                                                           text.size());
     if (document.HasParseError()) {
         std::string const reason = std::string(rapidjson::GetParseError_En(document.GetParseError())) +
                                    " (offset " + std::to_string(document.GetErrorOffset()) + ")";

@@ -8,6 +8,7 @@
 #include <QJsonParseError>
 #include <QSharedPointer>
 
+#include "core/JsonParser.h"
 #include "core/VornStatus.h"
 #include "format/RecordMain.h"
 #include "format/VornFlexibleLayouter.h"
@@ -159,7 +160,7 @@ DataBlock* VORNFormatResults::execute(DataBlock const* request)
     QByteArray const text =
         readable ? QByteArray::fromRawData(record.json, static_cast<int>(record.jsonLength)) : QByteArray();
     QJsonParseError error{};
-    QJsonDocument const document = QJsonDocument::fromJson(text, &error);
+    QJsonDocument const document = JsonParser::parse(text, &error);
     if (error.error != QJsonParseError::NoError) {
         m_logger.log(RedisLogger::WARN, "%s: An error occurred during parsing: %s", "execute",
                      error.errorString().toLocal8Bit().constData());

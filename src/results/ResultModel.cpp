@@ -4,10 +4,12 @@
 #include <QJsonParseError>
 #include <QtGlobal>
 
+#include "core/JsonParser.h"
+
 bool ResultModel::parse(QByteArray& json)
 {
     QJsonParseError error;
-    QJsonDocument const document = QJsonDocument::fromJson(json, &error);
+    QJsonDocument const document = orv::JsonParser::parse(json, &error);
     // Swapped in before the error is looked at: callers rely on a failed parse emptying the model.
     m_map = document.toVariant().toMap();
     if (error.error != QJsonParseError::NoError) {

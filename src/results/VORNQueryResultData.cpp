@@ -140,7 +140,8 @@ DataBlock* VORNQueryResultData::readTmpFSData(VORNQueryProcessData_t* request)
 DataBlock* VORNQueryResultData::handleJsonModel(VORNQueryProcessData_t* request)
 {
     std::string const id = field(request->id, sizeof request->id);
-    m_logger.log(RedisLogger::DEBUG, "%s: key %s, id %s", "handleJsonModel", request->key, id.c_str());
+    std::string const key = field(request->key, sizeof request->key);
+    m_logger.log(RedisLogger::DEBUG, "%s: key %s, id %s", "handleJsonModel", key.c_str(), id.c_str());
     VORNResultManager::ResultData const* text = m_manager.getSerializedJsonModel(id);
     if (text == nullptr)
         return nullptr;
@@ -150,7 +151,8 @@ DataBlock* VORNQueryResultData::handleJsonModel(VORNQueryProcessData_t* request)
 DataBlock* VORNQueryResultData::handleJsonDiagnostic(VORNQueryProcessData_t* request)
 {
     std::string const id = field(request->id, sizeof request->id);
-    m_logger.log(RedisLogger::DEBUG, "%s: key %s, id %s", "handleJsonDiagnostic", request->key, id.c_str());
+    std::string const key = field(request->key, sizeof request->key);
+    m_logger.log(RedisLogger::DEBUG, "%s: key %s, id %s", "handleJsonDiagnostic", key.c_str(), id.c_str());
     VORNResultManager::ResultData const* text = m_manager.getJsonDiagnostic(id);
     if (text == nullptr)
         return nullptr;

@@ -8,6 +8,7 @@
 #include <QJsonValue>
 #include <QStringList>
 
+#include "core/JsonParser.h"
 #include "roi/NumberToPoly.h"
 
 namespace orv {
@@ -141,7 +142,7 @@ bool RoiElements::load(QByteArray const& json)
 {
     m_elements.clear();
     m_skipped = 0;
-    QJsonDocument const document = QJsonDocument::fromJson(json);
+    QJsonDocument const document = JsonParser::parse(json);
     if (!document.isObject())
         return false;
     QJsonObject const result = document.object();
