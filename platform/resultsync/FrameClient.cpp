@@ -4,7 +4,9 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -59,20 +61,31 @@ std::unique_ptr<Frame> FrameClient::waitForFrame(int ms)
 
 std::unique_ptr<Frame> FrameClient::takeOldest()
 {
+    if (m_consume)
+        FrameDirectory::reclaim(m_directory); // frames of a consumer that died with them
     for (FrameFile const& file : FrameDirectory::list(m_directory, FrameFormat::FramePrefix)) {
         if (!m_consume && file.sequence <= m_lastSequence)
             continue;
         std::string path = m_directory + "/" + file.name;
+        std::unique_ptr<MappedFrame> frame;
         if (m_consume) {
-            // The rename is the claim: of several clients exactly one succeeds, and a frame that
-            // the publisher dropped meanwhile is simply gone.
-            std::string const taken = m_directory + "/" + FrameName::taken(file.sequence, file.id);
-            if (rename(path.c_str(), taken.c_str()) != 0)
+            // The lock, taken before the rename and held while the frame lives, tells others that
+            // the claimed file is in use; the rename is the claim itself: of several clients
+            // exactly one succeeds, and a frame that the publisher dropped meanwhile is simply gone.
+            int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+            if (fd < 0)
                 continue;
+            std::string const taken = m_directory + "/" + FrameName::taken(file.sequence, file.id);
+            if (flock(fd, LOCK_EX | LOCK_NB) != 0 || rename(path.c_str(), taken.c_str()) != 0) {
+                close(fd);
+                continue;
+            }
             path = taken;
+            frame = MappedFrame::open(fd, path, true);
+        } else {
+            frame = MappedFrame::open(path, false);
         }
         m_lastSequence = file.sequence;
-        std::unique_ptr<MappedFrame> frame = MappedFrame::open(path, m_consume);
         if (frame)
             return frame;
         fprintf(stderr, "FrameClient: skipping unreadable frame %s\n", path.c_str());

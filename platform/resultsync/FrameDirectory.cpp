@@ -2,9 +2,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include "resultsync/FrameFormat.h"
 #include "resultsync/FrameName.h"
 
 namespace orv {
@@ -39,6 +45,31 @@ std::vector<FrameFile> FrameDirectory::list(std::string const& path, char const*
     std::sort(files.begin(), files.end(),
               [](FrameFile const& a, FrameFile const& b) { return a.sequence < b.sequence; });
     return files;
+}
+
+void FrameDirectory::reclaim(std::string const& path)
+{
+    DIR* dir = opendir(path.c_str());
+    if (dir == nullptr)
+        return;
+    std::string const taken = FrameFormat::TakenPrefix;
+    std::string const writing = ".writing-";
+    while (dirent* entry = readdir(dir)) {
+        std::string const name = entry->d_name;
+        if (name.compare(0, taken.size(), taken) == 0) {
+            int const fd = openat(dirfd(dir), name.c_str(), O_RDONLY | O_CLOEXEC);
+            // The lock is free only when no claimant holds the file any more.
+            if (fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0)
+                unlinkat(dirfd(dir), name.c_str(), 0);
+            if (fd >= 0)
+                close(fd);
+        } else if (name.compare(0, writing.size(), writing) == 0) {
+            pid_t const writer = static_cast<pid_t>(atol(name.c_str() + writing.size()));
+            if (writer > 0 && kill(writer, 0) != 0 && errno == ESRCH)
+                unlinkat(dirfd(dir), name.c_str(), 0);
+        }
+    }
+    closedir(dir);
 }
 
 } // namespace resultsync

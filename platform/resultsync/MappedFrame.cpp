@@ -27,25 +27,36 @@ FrameFormat::IndexEntry const* index(void const* base)
 
 std::unique_ptr<MappedFrame> MappedFrame::open(std::string const& path, bool removeOnDelete)
 {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    int const fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         return nullptr;
+    std::unique_ptr<MappedFrame> frame = open(fd, path, removeOnDelete);
+    if (frame) {
+        close(frame->m_fd); // nothing to hold: the mapping stays without it
+        frame->m_fd = -1;
+    }
+    return frame;
+}
+
+std::unique_ptr<MappedFrame> MappedFrame::open(int fd, std::string const& path, bool removeOnDelete)
+{
     struct stat info;
     void* base = MAP_FAILED;
     if (fstat(fd, &info) == 0 && info.st_size >= static_cast<off_t>(sizeof(FrameFormat::Header)))
         base = mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ, MAP_SHARED, fd, 0);
-    close(fd);
-    if (base == MAP_FAILED)
+    if (base == MAP_FAILED) {
+        close(fd);
         return nullptr;
+    }
     std::unique_ptr<MappedFrame> frame(
-        new MappedFrame(path, base, static_cast<size_t>(info.st_size), removeOnDelete));
+        new MappedFrame(path, base, static_cast<size_t>(info.st_size), removeOnDelete, fd));
     if (!frame->isSound())
         return nullptr;
     return frame;
 }
 
-MappedFrame::MappedFrame(std::string path, void* base, size_t length, bool removeOnDelete)
-    : m_path(std::move(path)), m_base(base), m_length(length), m_removeOnDelete(removeOnDelete)
+MappedFrame::MappedFrame(std::string path, void* base, size_t length, bool removeOnDelete, int fd)
+    : m_path(std::move(path)), m_base(base), m_length(length), m_removeOnDelete(removeOnDelete), m_fd(fd)
 {}
 
 MappedFrame::~MappedFrame()
@@ -53,6 +64,8 @@ MappedFrame::~MappedFrame()
     munmap(m_base, m_length);
     if (m_removeOnDelete)
         unlink(m_path.c_str());
+    if (m_fd >= 0)
+        close(m_fd); // gives the claim up only after the file is gone
 }
 
 bool MappedFrame::isSound() const

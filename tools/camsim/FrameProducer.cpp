@@ -49,14 +49,9 @@ FrameProducer::FrameProducer(FrameProducerOptions const& options)
     : m_options(options), m_scene(options.width, options.height),
       m_publisher(new orv::resultsync::FramePublisher(options.ringSize)), m_runDir(orv::Paths::imagerRunDir())
 {
-    std::string const socket = orv::Paths::redisCacheSocket();
-    m_redis = redisConnectUnix(socket.c_str());
-    if (m_redis == nullptr || m_redis->err != 0) {
-        std::string const why = m_redis != nullptr ? m_redis->errstr : "no memory";
-        redisFree(m_redis);
-        m_redis = nullptr;
-        throw std::runtime_error("cannot reach Redis at " + socket + ": " + why);
-    }
+    std::string why;
+    if (!connectRedis(why))
+        throw std::runtime_error(why);
     if (!orv::resultsync::FrameDirectory::ensure(m_runDir))
         fprintf(stderr, "camsim: cannot create %s: %s\n", m_runDir.c_str(), strerror(errno));
 }
@@ -101,8 +96,28 @@ uint32_t FrameProducer::produce()
     return id;
 }
 
+bool FrameProducer::connectRedis(std::string& why)
+{
+    redisFree(m_redis);
+    std::string const socket = orv::Paths::redisCacheSocket();
+    m_redis = redisConnectUnix(socket.c_str());
+    if (m_redis != nullptr && m_redis->err == 0)
+        return true;
+    why = "cannot reach Redis at " + socket + ": " + (m_redis != nullptr ? m_redis->errstr : "no memory");
+    redisFree(m_redis);
+    m_redis = nullptr;
+    return false;
+}
+
 bool FrameProducer::storeResult(uint32_t id, std::string const& model)
 {
+    // A Redis that went away (and maybe came back): connect again before every result until it
+    // answers; meanwhile results are not published, and each says why.
+    std::string why;
+    if ((m_redis == nullptr || m_redis->err != 0) && !connectRedis(why)) {
+        fprintf(stderr, "camsim: result %u not published: %s\n", id, why.c_str());
+        return false;
+    }
     ResultDocument const document(m_scene, id);
     std::string const key = "result_" + std::to_string(id);
     std::vector<std::string> args = {"HSET",
@@ -133,7 +148,7 @@ bool FrameProducer::storeResult(uint32_t id, std::string const& model)
         redisCommandArgv(m_redis, static_cast<int>(argv.size()), argv.data(), lengths.data()));
     bool const ok = reply != nullptr && reply->type == REDIS_REPLY_INTEGER;
     if (!ok)
-        fprintf(stderr, "camsim: storing %s failed: %s\n", key.c_str(),
+        fprintf(stderr, "camsim: result %u not published: storing %s failed: %s\n", id, key.c_str(),
                 reply != nullptr && reply->str != nullptr ? reply->str : m_redis->errstr);
     freeReplyObject(reply);
     return ok;
@@ -156,7 +171,8 @@ void FrameProducer::writeRoiMasks(uint32_t id)
 void FrameProducer::forget(uint32_t id)
 {
     std::string const key = "result_" + std::to_string(id);
-    freeReplyObject(redisCommand(m_redis, "DEL %s", key.c_str()));
+    if (m_redis != nullptr && m_redis->err == 0)
+        freeReplyObject(redisCommand(m_redis, "DEL %s", key.c_str()));
     std::string const dir = m_runDir + "/" + std::to_string(id);
     for (RoiMask const& mask : ResultDocument(m_scene, id).masks())
         unlink((dir + "/roimask_" + std::to_string(mask.modelId)).c_str());

@@ -53,6 +53,8 @@ public:
 
 private:
     bool storeResult(uint32_t id, std::string const& model);
+    // (Re)connects to the cache; false with the reason when it does not answer.
+    bool connectRedis(std::string& why);
     void writeRoiMasks(uint32_t id);
     void forget(uint32_t id);
 

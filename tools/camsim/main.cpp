@@ -87,6 +87,8 @@ int main(int argc, char** argv)
     for (int s : {SIGTERM, SIGINT, SIGUSR1})
         sigaddset(&signals, s);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    // A Redis that goes away must not end the camera: writes to its closed socket fail instead.
+    signal(SIGPIPE, SIG_IGN);
 
     try {
         camsim::FrameProducer producer(options.producer);

@@ -7,7 +7,9 @@
 #include <filesystem>
 #include <fstream>
 #include <numeric>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 #include "TempDir.h"
 #include "resultsync/FrameClient.h"
@@ -104,4 +106,28 @@ TEST_F(FrameQueueTest, SkipsAndRemovesFrameFilesThatAreNotSoundAndRefusesWhatDoe
 
     EXPECT_EQ(takeAll(true), std::string(31, '2') + " ");
     EXPECT_EQ(files(), 0);
+}
+
+TEST_F(FrameQueueTest, ReclaimsWhatAHostOrAWriterThatDiedLeftButNeverAFrameStillHeld)
+{
+    ASSERT_TRUE(publish("1"));
+    ASSERT_TRUE(publish("2"));
+    FrameClient holder(true, dir.path());
+    std::unique_ptr<Frame> const held = holder.waitForFrame(0);
+    ASSERT_TRUE(held);
+    pid_t const dead = fork();
+    if (dead == 0)
+        _exit(0);
+    waitpid(dead, nullptr, 0);
+    auto abandon = [&] {
+        std::ofstream(dir.file("taken-00000000000000000000-0.kvf")) << "claimed by a host that died";
+        std::ofstream(dir.file(".writing-" + std::to_string(dead) + "-7")) << "half a frame";
+    };
+    abandon();
+    ASSERT_TRUE(publish("3")); // the publisher tidies up
+    EXPECT_EQ(files(), 3);     // the held frame and the two published ones
+    abandon();
+    EXPECT_EQ(takeAll(true), "2 3 "); // and so does a consuming client
+    EXPECT_EQ(files(), 1);
+    EXPECT_EQ(held->getId(), "1");
 }
