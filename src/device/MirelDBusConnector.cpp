@@ -148,9 +148,6 @@ MirelDBusConnector::~MirelDBusConnector()
 int MirelDBusConnector::dbusCall(std::string service, std::string method, std::list<DBUS_ARG_T>& in,
                                  std::list<DBUS_ARG_T>& out)
 {
-    if (m_connection == nullptr)
-        return VornStatus::DeviceFailure;
-
     MessagePtr request(dbus_message_new_method_call(service.c_str(), "/", service.c_str(), method.c_str()));
     if (!request) {
         m_logger.log(RedisLogger::ERROR, "Message Null");
@@ -165,37 +162,43 @@ int MirelDBusConnector::dbusCall(std::string service, std::string method, std::l
         }
     }
 
-    DBusPendingCall* rawPending = nullptr;
-    if (!dbus_connection_send_with_reply(m_connection, request.get(), &rawPending,
-                                         DBUS_TIMEOUT_USE_DEFAULT)) {
-        m_logger.log(RedisLogger::ERROR, "Out Of Memory!");
-        return VornStatus::DeviceFailure;
-    }
-    if (rawPending == nullptr) {
-        m_logger.log(RedisLogger::ERROR, "Pending Call Null");
-        return VornStatus::DeviceFailure;
-    }
-    PendingPtr pending(rawPending);
-    dbus_connection_flush(m_connection);
+    MessagePtr reply(exchange(request.get()));
     request.reset();
-    dbus_pending_call_block(pending.get());
-
-    MessagePtr reply(dbus_pending_call_steal_reply(pending.get()));
-    if (!reply) {
-        m_logger.log(RedisLogger::ERROR, "Reply Null");
+    if (!reply)
         return VornStatus::DeviceFailure;
-    }
     if (dbus_message_get_type(reply.get()) == DBUS_MESSAGE_TYPE_ERROR) {
-        m_logger.log(RedisLogger::ERROR, "Error calling dbus method: %s",
-                     dbus_message_get_error_name(reply.get()));
+        char const* name = dbus_message_get_error_name(reply.get());
+        m_logger.log(RedisLogger::ERROR, "Error calling dbus method: %s", name != nullptr ? name : "");
         return VornStatus::DeviceFailure;
     }
-    pending.reset();
 
     DBusMessageIter values;
     if (!dbus_message_iter_init(reply.get(), &values))
         return VornStatus::Success; // a reply without values
     return dBusProcessArgs(&values, out);
+}
+
+DBusMessage* MirelDBusConnector::exchange(DBusMessage* request)
+{
+    // Without a connection every call fails at once, without a message.
+    if (m_connection == nullptr)
+        return nullptr;
+    DBusPendingCall* rawPending = nullptr;
+    if (!dbus_connection_send_with_reply(m_connection, request, &rawPending, DBUS_TIMEOUT_USE_DEFAULT)) {
+        m_logger.log(RedisLogger::ERROR, "Out Of Memory!");
+        return nullptr;
+    }
+    if (rawPending == nullptr) {
+        m_logger.log(RedisLogger::ERROR, "Pending Call Null");
+        return nullptr;
+    }
+    PendingPtr pending(rawPending);
+    dbus_connection_flush(m_connection);
+    dbus_pending_call_block(pending.get());
+    DBusMessage* reply = dbus_pending_call_steal_reply(pending.get());
+    if (reply == nullptr)
+        m_logger.log(RedisLogger::ERROR, "Reply Null");
+    return reply;
 }
 
 int MirelDBusConnector::dBusProcessArgs(DBusMessageIter* it, std::list<DBUS_ARG_T>& out)

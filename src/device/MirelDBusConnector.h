@@ -10,6 +10,7 @@
 
 struct DBusConnection;
 struct DBusError;
+struct DBusMessage;
 struct DBusMessageIter;
 struct timespec;
 
@@ -49,6 +50,12 @@ public:
     bool dbusProcessDict(DBusMessageIter* it, DBusDict* dict);
     // Checks the services' leading result code and text; on success leaves it on the next value.
     bool dbusCheckErrRetval(std::list<DBUS_ARG_T>::iterator& it);
+
+protected:
+    // Sends one method call and waits for its reply: the reply, or null (logged) when none came.
+    // The only place that talks to the bus, so that recorded replies can stand in for a live
+    // service (the fuzz target of the reply decoding).
+    virtual DBusMessage* exchange(DBusMessage* request);
 
 private:
     // A call whose reply must hold exactly `count` values led by a zero result code and a text;

@@ -24,15 +24,39 @@ char const* colourOf(std::string const& category)
     return "\033[2m";
 }
 
+// The members a cut entry still holds: the logger cuts an entry at 500 bytes, inside its message,
+// so its time, pid, category and source are whole and the message is there up to the cut.
+EntryPrinter::Entry readCut(std::string const& raw)
+{
+    EntryPrinter::Entry entry;
+    size_t at = 0;
+    for (char const* key : {"T", "P", "C", "S", "M"}) {
+        std::string const opening = std::string("\"") + key + "\":\"";
+        at = raw.find(opening, at);
+        if (at == std::string::npos)
+            break;
+        std::string value;
+        for (at += opening.size(); at < raw.size() && raw[at] != '"' && raw[at] != '\0'; ++at)
+            value += raw[at] == '\\' && at + 1 < raw.size() ? raw[++at] : raw[at];
+        entry[key] = key[0] == 'M' && (at >= raw.size() || raw[at] != '"') ? value + " [cut]" : value;
+    }
+    return entry;
+}
+
 } // namespace
 
-void EntryPrinter::print(Entry const& entry) const
+bool EntryPrinter::print(Entry const& entry) const
 {
+    auto const raw = entry.find("raw");
+    Entry const cut = raw != entry.end() ? readCut(raw->second) : Entry();
+    Entry const& shown = cut.size() == 5 ? cut : entry;
     if (m_json)
-        printJson(entry);
+        printJson(shown);
     else
-        printColumns(entry);
-    fflush(m_out); // a follower piped into another program shows each entry as it comes
+        printColumns(shown);
+    // A follower piped into another program shows each entry as it comes, and learns when nobody
+    // reads any more.
+    return fflush(m_out) == 0 && !ferror(m_out);
 }
 
 void EntryPrinter::printJson(Entry const& entry) const

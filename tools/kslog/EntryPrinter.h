@@ -15,7 +15,9 @@ public:
 
     EntryPrinter(FILE* out, bool json, bool colour) : m_out(out), m_json(json), m_colour(colour) {}
 
-    void print(Entry const& entry) const;
+    // Also an entry the logger could not read back, as far as it can be read ("raw"). False when the
+    // output could not be written (a reader that went away).
+    bool print(Entry const& entry) const;
 
 private:
     void printJson(Entry const& entry) const;

@@ -10,10 +10,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <regex>
+#include <poll.h>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -23,6 +25,7 @@
 #include "EntryPrinter.h"
 #include "LuaFilter.h"
 #include "core/Paths.h"
+#include "logger/CrashTrigger.h"
 #include "logger/RedisLogger.h"
 
 using orv::Logger::RedisLogger;
@@ -189,7 +192,23 @@ kslog::EntryPrinter const* g_follower = nullptr;
 
 void printFollowed(std::map<std::string, std::string>& entry)
 {
-    g_follower->print(entry);
+    if (!g_follower->print(entry))
+        _exit(0); // nobody reads any more
+}
+
+// A follower whose reader went away (kslog tail -f | head -1) ends at once, not only at the next
+// entry: the write end of a pipe reports an error when the read end is closed.
+void endWhenTheReaderGoes()
+{
+    struct stat info;
+    if (fstat(STDOUT_FILENO, &info) != 0 || !(S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode)))
+        return;
+    std::thread([] {
+        pollfd out{STDOUT_FILENO, 0, 0};
+        while (poll(&out, 1, -1) < 0 && errno == EINTR) {
+        }
+        _exit(0);
+    }).detach();
 }
 
 int runTail(Options const& options)
@@ -209,6 +228,7 @@ int runTail(Options const& options)
     if (!options.has("-f"))
         return 0;
     g_follower = &printer;
+    endWhenTheReaderGoes();
     logger->subscribeLatest(printFollowed); // returns only when the connection ends
     throw std::runtime_error("the connection to Redis ended");
 }
@@ -256,6 +276,29 @@ void requirePermanentStore()
         throw std::runtime_error("cannot reach the configuration store at " + path + ": " + error);
 }
 
+// A crash expression must compile as the loggers compile it, and must not match the line that a
+// logger writes when it applies it: every logger would then crash at once instead of on the
+// message the expression was meant for.
+void checkCrashExpression(Options const& options)
+{
+    std::string const expression = options.get("--segv");
+    orv::Logger::CrashTrigger trigger;
+    std::string error;
+    if (!trigger.set(expression, error))
+        throw UsageError("--segv is not a valid regular expression: " + error);
+    long long const mask = options.has("--mask") ? toNumber(options.get("--mask"), "--mask", 0, 0xFFFFFFFFLL)
+                           : options.has("--enable") ? maskOf(categories(options.get("--enable")))
+                                                     : 0xF0;
+    int const max = options.has("--max") ? toInt(options.get("--max"), "--max") : 10000;
+    char announcement[128];
+    snprintf(announcement, sizeof announcement,
+             "Applying new log configuration: mask(0x%llx), SigSegV Regexp(%s), max logs(%d), instance(0x0)",
+             mask, expression.c_str(), max);
+    if (trigger.matches(announcement))
+        throw UsageError("--segv matches the line every logger writes when it applies it (\"" +
+                         std::string(announcement) + "\"): each would crash at once");
+}
+
 int runConfig(Options const& options)
 {
     if (options.has("--mask") && options.has("--enable"))
@@ -264,15 +307,11 @@ int runConfig(Options const& options)
         options.has("--mask") || options.has("--enable") || options.has("--max") || options.has("--segv");
     if (!anything)
         throw UsageError("nothing to configure: give --mask, --enable, --max or --segv");
-    // Every logger that takes the expression compiles it on its next message; one that does not
-    // compile would end each of those processes, so it is refused here.
-    if (options.has("--segv")) {
-        try {
-            std::regex(options.get("--segv"), std::regex::ECMAScript);
-        } catch (std::regex_error const& e) {
-            throw UsageError("--segv is not a valid regular expression: " + std::string(e.what()));
-        }
-    }
+    // Loggers refuse these too, but only after the text has gone out to every process.
+    if (options.has("--max") && toInt(options.get("--max"), "--max") < 1)
+        throw UsageError("--max must be at least 1: a log without a limit would grow until memory ends");
+    if (options.has("--segv"))
+        checkCrashExpression(options);
 
     std::string source = options.has("--source") ? options.get("--source") : "all";
     cJSON* text = cJSON_CreateObject();

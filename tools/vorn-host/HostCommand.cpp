@@ -1,12 +1,18 @@
 #include "HostCommand.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include "core/Paths.h"
 #include "core/VornStatus.h"
 
 namespace vornhost {
@@ -28,8 +34,31 @@ int32_t Reply::status() const
     return status;
 }
 
+namespace {
+
+// The plug-in's load ends the host (an exception out of its static initialisation) when its Redis
+// cache does not answer; said plainly instead, before loading.
+void requireCache()
+{
+    std::string const socketPath = orv::Paths::redisCacheSocket();
+    int const fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    socketPath.copy(address.sun_path, sizeof address.sun_path - 1);
+    bool const reachable = fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    std::string const why = reachable ? "" : strerror(errno);
+    if (fd >= 0)
+        close(fd);
+    if (!reachable)
+        throw std::runtime_error("the plug-in needs its Redis cache at " + socketPath + " (" + why +
+                                 "): start redis-server there, or point ORV_REDIS_CACHE_SOCKET at one");
+}
+
+} // namespace
+
 Plugin::Plugin(std::string const& path) : m_path(path)
 {
+    requireCache();
     // Loading runs the plug-in's static initialisation: it connects to Redis and the bus here.
     m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (m_library == nullptr)
