@@ -95,6 +95,10 @@ TEST_F(Kslog, ListsFiltersCountsAndClearsTheLog)
     EXPECT_THAT(kslog({"count"}).lines, ElementsAre("4"));
     EXPECT_THAT(kslog({"clear"}).lines, ElementsAre("cleared 4 entries"));
     EXPECT_THAT(kslog({"count", "--json"}).lines, ElementsAre("{\"count\":0}"));
+    // An entry cut at 500 bytes still shows its columns and as much of its message as it holds.
+    kscom->log(RedisLogger::ERROR, "%s", std::string(600, 'x').c_str());
+    EXPECT_THAT(kslog({"list"}).lines,
+                ElementsAre(MatchesRegex(" *[0-9]+\\.[0-9]+ +[0-9]+ ERROR +KSCOM +x+ \\[cut\\]")));
 }
 
 TEST_F(Kslog, ConfigChangesWhatARunningLoggerWritesAndSaveKeepsItButRefusesWhatWouldHarm)
@@ -116,6 +120,10 @@ TEST_F(Kslog, ConfigChangesWhatARunningLoggerWritesAndSaveKeepsItButRefusesWhatW
                 ElementsAre(HasSubstr("Applying new log configuration: mask(0x21)"), "now written"));
 
     EXPECT_EQ(kslog({"config", "--source", "KSCOM"}).exitCode, 2);
+    EXPECT_EQ(kslog({"config", "--max", "0"}).exitCode, 2);
+    ToolRun const crashing = kslog({"config", "--segv", "SigSegV"});
+    EXPECT_EQ(crashing.exitCode, 2);
+    EXPECT_THAT(crashing.err, HasSubstr("matches the line every logger writes"));
     ToolRun const broken = kslog({"config", "--source", "KSCOM", "--segv", "(["});
     EXPECT_EQ(broken.exitCode, 2);
     EXPECT_THAT(broken.err, HasSubstr("not a valid regular expression"));
@@ -130,7 +138,7 @@ TEST_F(Kslog, TailFollowShowsAnEntryWrittenAfterItStarted)
     auto kscom = logger("KSCOM");
     kscom->log(RedisLogger::ERROR, "old entry");
     int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
+    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
     pid_t pid = spawn(command({"tail", "-n", "1", "-f"}), fds[1]);
     close(fds[1]);
 
@@ -149,8 +157,13 @@ TEST_F(Kslog, TailFollowShowsAnEntryWrittenAfterItStarted)
     ASSERT_TRUE(m_redis.cache().waitForSubscribers("LOG:ENTRIES"));
     kscom->log(RedisLogger::WARN, "new entry");
     EXPECT_TRUE(readUntil("new entry")) << seen;
-    stopProcess(pid);
+    // Its reader gone (kslog tail -f | head -1), it ends without waiting for another entry.
     close(fds[0]);
+    int status = -1;
+    for (int i = 0; i < 500 && waitpid(pid, &status, WNOHANG) == 0; ++i)
+        usleep(10000);
+    EXPECT_TRUE(WIFEXITED(status)) << "still following with nobody reading";
+    stopProcess(pid);
 }
 
 } // namespace

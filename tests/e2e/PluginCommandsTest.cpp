@@ -1,25 +1,26 @@
 // Every command through the built shared library, loaded as the host loads it: each id answers with
 // its reply code, status and record layout on the simulated camera, and with its failure status
 // when the camera's services are missing. The rules behind each answer are unit-tested.
+#include <chrono>
 #include <csignal>
 #include <cstring>
-#include <functional>
-#include <sstream>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <sys/wait.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "CameraSim.h"
 #include "DBusDaemon.h"
-#include "PluginChild.h"
+#include "HostSession.h"
+#include "Process.h"
 #include "RedisServer.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
-#include "device/DeviceReplies.h"
-#include "format/VORNFormatResults.h"
-#include "info/VORNQueryDeviceInfo.h"
-#include "results/VORNResultRecords.h"
+#include "resultsync/FramePublisher.h"
 
 using namespace orv;
 using namespace orv::test;
@@ -27,103 +28,6 @@ using ::testing::HasSubstr;
 using ::testing::IsSupersetOf;
 
 namespace {
-
-using Detail = std::function<std::string(unsigned char*)>;
-
-// The host's side, inside the plug-in child: sends requests and writes one "label=code/status"
-// (and what `detail` reads from the payload) per reply, then frees the reply as the host does.
-class Host
-{
-public:
-    explicit Host(LoadedPlugin& plugin) : m_plugin(plugin), m_handle(plugin.init()) {}
-
-    Host& ask(char const* label, int id, void const* payload, Detail const& detail = {})
-    {
-        DataBlock* reply = m_plugin.request(m_handle, id, payload);
-        m_out << label << '=';
-        if (reply == nullptr || reply->data == nullptr) {
-            m_out << (reply == nullptr ? "none " : "nodata ");
-        } else {
-            int32_t status;
-            memcpy(&status, reply->data, 4);
-            m_out << reply->command << '/' << status << (detail ? "/" + detail(reply->data) : "") << ' ';
-        }
-        LoadedPlugin::freeReply(reply);
-        return *this;
-    }
-    void* handle() const { return m_handle; }
-    void send() { m_plugin.send(m_out.str()); }
-
-private:
-    LoadedPlugin& m_plugin;
-    void* m_handle;
-    std::ostringstream m_out;
-};
-
-std::string infoValue(unsigned char* data)
-{
-    return reinterpret_cast<VORNDeviceInfoReply*>(data)->value;
-}
-
-std::string statisticValue(unsigned char* data)
-{
-    auto* reply = reinterpret_cast<VORNStatisticReply*>(data);
-    std::string const text = reply->size == 4 ? std::to_string(*static_cast<uint32_t*>(reply->value)) : "-";
-    free(reply->value);
-    return text;
-}
-
-std::string applications(unsigned char* data)
-{
-    auto* reply = reinterpret_cast<VORNApplicationListReply*>(data);
-    std::string text = std::to_string(reply->active) + ":";
-    for (int i = 0; i < reply->count; ++i)
-        text += std::to_string(reply->indices[i]) + ",";
-    return text;
-}
-
-std::string ioEcho(unsigned char* data)
-{
-    return std::to_string(reinterpret_cast<VORNGetIOReply*>(data)->io);
-}
-
-// Name and type of a result record; for data, the chunk type in its header and whether the
-// header's chunk size is the record's size.
-std::string resultData(unsigned char* data)
-{
-    auto* record = reinterpret_cast<VORNResultData_t*>(data);
-    std::string text = std::string(record->name) + ":" + std::to_string(record->type);
-    if (record->data == nullptr)
-        return text + ":" + std::to_string(record->size);
-    uint32_t header[2];
-    memcpy(header, record->data, sizeof header);
-    return text + ":" + std::to_string(header[0]) + (header[1] == record->size ? ":sized" : ":missized");
-}
-
-std::string formatted(unsigned char* data)
-{
-    auto* reply = reinterpret_cast<FormatResultsReply*>(data);
-    std::string const text = std::to_string(reply->hasData) + ":" +
-                             std::string(reinterpret_cast<char*>(reply->data), reply->data ? reply->size : 0);
-    free(reply->data);
-    return text;
-}
-
-VORNQueryProcessData_t query(char const* key, std::string const& id)
-{
-    VORNQueryProcessData_t q{};
-    strncpy(q.key, key, sizeof q.key - 1);
-    strncpy(q.id, id.c_str(), sizeof q.id - 1);
-    return q;
-}
-
-VORNStatisticRequest statistic(char const* key, int32_t representation)
-{
-    VORNStatisticRequest request{};
-    strncpy(request.key, key, sizeof request.key - 1);
-    request.representation = representation;
-    return request;
-}
 
 class PluginCommands : public ::testing::Test
 {
@@ -228,6 +132,55 @@ TEST_F(PluginCommands, WithoutTheCamerasServicesOrARequestPayloadEachCommandAnsw
     EXPECT_THAT(errors[0], HasSubstr("Connection Error ("));
 }
 
+TEST_F(PluginCommands, WhatUsedToEndTheHostIsServedOrRefusedAndTheNextRequestIsServed)
+{
+    // Stored settings every load reads: an expression that does not compile, a maximum of 0.
+    m_redis.permanent().hset("LOG:PERM:CFG", "all", R"({"source":"all","segvregex":"(["})");
+    m_redis.permanent().hset("LOG:PERM:CFG", "KSCOM", R"({"source":"KSCOM","max":0})");
+    // A result whose model asks for a polygon of two billion corners.
+    ScopedEnv frames("ORV_FRAME_DIR", m_dir.path());
+    std::string amplitude(48, '\0');
+    uint32_t const size[2] = {4, 2};
+    memcpy(&amplitude[16], size, sizeof size);
+    amplitude.append(16, '\x7f');
+    ASSERT_TRUE(
+        resultsync::FramePublisher(4, m_dir.path())
+            .publish("9", {{"normalized_amplitude_image", amplitude.data(), uint32_t(amplitude.size())}}));
+    m_redis.cache().hset("result_9", "ModelResult",
+                         R"({"model_001":{"ROIs":{"1":{"type":"Regular","width":4,"points":2000000000}}}})");
+    // Numbers of a size that once aborted the host or allocated without end.
+    std::string const format = R"({"format":{"elements":[
+        {"type":"float32","value":1.5,"format":{"precision":2147483647}},
+        {"type":"string","value":"x","format":{"width":300000000}},
+        {"type":"float32","value":2.5,"format":{"precision":1000000000}}]}})";
+
+    ChildResult const child = runWithPlugin([&](LoadedPlugin& plugin) {
+        FormatResultsRequest request{};
+        request.json = format.data();
+        request.jsonLength = uint32_t(format.size());
+        auto const png = query("z4_amplitude_png", "9");
+        auto length = [](unsigned char* data) {
+            auto* reply = reinterpret_cast<FormatResultsReply*>(data);
+            free(reply->data);
+            return std::to_string(reply->size);
+        };
+        Host(plugin)
+            .ask("format", 26, &request, length)
+            .ask("acquire", 4, "9")
+            .ask("png", 2, &png, resultData)
+            .ask("vendor", 20, "vendor", infoValue)
+            .send();
+        return 0;
+    });
+    ASSERT_EQ(child.exitCode, 0) << child.errors;
+    // 1.5 and 2.5 with 99 decimals each, and a field of 65535.
+    EXPECT_EQ(child.output, "format=0/100000003/65737 acquire=0/0 png=3/0/z4_amplitude_png:5:130:sized "
+                            "vendor=21/0/ORV ELECTRONIC ");
+    EXPECT_THAT(m_redis.cache().logMessages("ERROR"),
+                IsSupersetOf(
+                    {HasSubstr("SigSegV Regexp(([) does not compile"), HasSubstr("max logs(0) is below 1")}));
+}
+
 TEST_F(PluginCommands, LoadingWithoutItsRedisEndsTheHostWithTheLoggersError)
 {
     ScopedEnv nowhere("ORV_REDIS_CACHE_SOCKET", m_dir.file("nothing.sock"));
@@ -238,6 +191,18 @@ TEST_F(PluginCommands, LoadingWithoutItsRedisEndsTheHostWithTheLoggersError)
     EXPECT_EQ(child.output, "");
     EXPECT_EQ(child.signal, SIGABRT);
     EXPECT_THAT(child.errors, HasSubstr("No such file or directory"));
+
+    // The host stub looks before it loads, and says what is missing.
+    int const errors = creat(m_dir.file("errors").c_str(), 0600);
+    pid_t const host = spawn(
+        programCommand(KV_BINARY_DIR "/tools/vorn-host/vorn-host", {"device-info", "vendor"}), -1, errors);
+    close(errors);
+    int status = 0;
+    waitpid(host, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    std::ifstream text(m_dir.file("errors"));
+    EXPECT_THAT(std::string(std::istreambuf_iterator<char>(text), {}),
+                HasSubstr("needs its Redis cache at " + m_dir.file("nothing.sock")));
 }
 
 // Runs for the bus's whole default reply time-out (25 s): registered separately with the label

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <poll.h>
 #include <stdexcept>
@@ -78,8 +80,11 @@ CameraSim::CameraSim(CameraSimOptions const& options)
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe failed");
-    m_pid = spawn(programCommand(KV_CAMSIM_PATH, args), fds[1]);
+    int const errors =
+        open(m_run.file("camsim.stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    m_pid = spawn(programCommand(KV_CAMSIM_PATH, args), fds[1], errors);
     close(fds[1]);
+    close(errors);
     m_out = fds[0];
     if (readLine(20000) != "ready") {
         stop();
@@ -148,6 +153,12 @@ std::vector<std::string> CameraSim::frameFiles() const
         closedir(dir);
     }
     return names;
+}
+
+std::string CameraSim::errors() const
+{
+    std::ifstream in(m_run.file("camsim.stderr"));
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 void CameraSim::setFault(std::string const& method, std::string const& kind)

@@ -41,6 +41,7 @@ public:
     pid_t pid() const { return m_pid; }
 
     std::string const& frameDir() const { return m_frames.path(); }
+    std::string errors() const; // what it wrote to standard error so far
     std::string const& runDir() const { return m_run.path(); }
     // Names of the files in the frame directory (frames published and claimed).
     std::vector<std::string> frameFiles() const;

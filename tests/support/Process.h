@@ -16,7 +16,8 @@ std::vector<std::string> programCommand(std::string const& program,
                                         std::vector<std::string> const& args = {});
 
 // Runs argv (argv[0] looked up on PATH) with its standard output and error sent to the given
-// descriptors (-1: the test's own). Throws std::runtime_error when it cannot fork.
+// descriptors (-1: the test's own). Throws std::runtime_error when it cannot fork. The program ends
+// when the thread that started it ends: the kernel's parent-death signal follows threads.
 pid_t spawn(std::vector<std::string> const& argv, int outFd = -1, int errFd = -1);
 
 // Spawns argv and waits up to 10 s until socketPath accepts a connection; throws otherwise.
