@@ -1,11 +1,12 @@
 #include "core/JsonParser.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
 #include <QJsonParseError>
 
-#include <rapidjson/document.h>
+#include <rapidjson/error/error.h>
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
@@ -52,29 +53,6 @@ struct RepeatedKeyFinder : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Repea
     }
 };
 
-// Keeps, of each repeated key, its last member (as Qt does); depth is bounded by the scan above.
-void dropShadowed(rapidjson::Value& value)
-{
-    if (value.IsArray()) {
-        for (rapidjson::Value& element : value.GetArray())
-            dropShadowed(element);
-        return;
-    }
-    if (!value.IsObject())
-        return;
-    for (auto member = value.MemberBegin(); member != value.MemberEnd();) {
-        bool shadowed = false;
-        for (auto later = member + 1; later != value.MemberEnd() && !shadowed; ++later)
-            shadowed = later->name == member->name;
-        if (shadowed) {
-            member = value.EraseMember(member); // keeps the order of the others
-        } else {
-            dropShadowed(member->value);
-            ++member;
-        }
-    }
-}
-
 // The Qt error closest to RapidJSON's, for a text that never reaches Qt.
 QJsonParseError::ParseError qtError(rapidjson::ParseErrorCode code)
 {
@@ -105,25 +83,108 @@ QJsonParseError::ParseError qtError(rapidjson::ParseErrorCode code)
     }
 }
 
+// First pass of the rewrite: how often each key occurs in each object, objects in document order.
+struct KeyCounter : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, KeyCounter>
+{
+    std::vector<std::map<std::string, int>> objects; // in the order the objects start
+    std::vector<size_t> open;                        // indices of the objects being read
+
+    bool StartObject()
+    {
+        open.push_back(objects.size());
+        objects.emplace_back();
+        return true;
+    }
+    bool Key(char const* name, rapidjson::SizeType length, bool)
+    {
+        ++objects[open.back()][std::string(name, length)];
+        return true;
+    }
+    bool EndObject(rapidjson::SizeType)
+    {
+        open.pop_back();
+        return true;
+    }
+};
+
+// Second pass: writes the text again, leaving out every member that a later one of the same key
+// shadows (Qt keeps the last). Numbers are copied as they stand, never converted.
+struct Rewriter : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Rewriter>
+{
+    explicit Rewriter(std::vector<std::map<std::string, int>>& counts) : counts(counts), writer(out) {}
+
+    std::vector<std::map<std::string, int>>& counts;
+    rapidjson::StringBuffer out;
+    rapidjson::Writer<rapidjson::StringBuffer> writer;
+    std::vector<size_t> open;
+    size_t next = 0;       // index of the next object to start
+    int skipping = 0;      // > 0 while inside a value left out (its depth), -1 for a scalar value left out
+    bool skipNext = false; // the key just read is shadowed: leave its value out
+
+    // Whether an event is written: not while a value is left out.
+    bool keep(int depthChange)
+    {
+        if (skipNext) {
+            skipNext = false;
+            skipping = depthChange > 0 ? 1 : 0;
+            return false;
+        }
+        if (skipping > 0) {
+            skipping += depthChange;
+            return false;
+        }
+        return true;
+    }
+    bool Null() { return !keep(0) || writer.Null(); }
+    bool Bool(bool b) { return !keep(0) || writer.Bool(b); }
+    bool RawNumber(char const* text, rapidjson::SizeType length, bool)
+    {
+        return !keep(0) || writer.RawValue(text, length, rapidjson::kNumberType);
+    }
+    bool String(char const* text, rapidjson::SizeType length, bool)
+    {
+        return !keep(0) || writer.String(text, length);
+    }
+    bool StartObject()
+    {
+        open.push_back(next++);
+        return !keep(1) || writer.StartObject();
+    }
+    bool Key(char const* name, rapidjson::SizeType length, bool)
+    {
+        if (skipping > 0)
+            return true;
+        int& remaining = counts[open.back()][std::string(name, length)];
+        skipNext = --remaining > 0;
+        return skipNext || writer.Key(name, length);
+    }
+    bool EndObject(rapidjson::SizeType)
+    {
+        open.pop_back();
+        return !keep(-1) || writer.EndObject();
+    }
+    bool StartArray() { return !keep(1) || writer.StartArray(); }
+    bool EndArray(rapidjson::SizeType) { return !keep(-1) || writer.EndArray(); }
+};
+
 // The text without the members that a later one of the same key shadows, as Qt keeps it.
 QByteArray withoutShadowedMembers(QByteArray const& text, QJsonParseError* error)
 {
-    rapidjson::Document document;
-    // Full precision, so that every number is written back as the same double Qt would read.
-    document.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(
-        text.constData(), static_cast<size_t>(text.size()));
-    if (document.HasParseError()) {
+    constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
+    KeyCounter counter;
+    rapidjson::MemoryStream counting(text.constData(), static_cast<size_t>(text.size()));
+    rapidjson::ParseResult const counted = rapidjson::Reader().Parse<flags>(counting, counter);
+    if (counted.IsError()) {
         if (error != nullptr) {
-            error->error = qtError(document.GetParseError());
-            error->offset = static_cast<int>(document.GetErrorOffset());
+            error->error = qtError(counted.Code());
+            error->offset = static_cast<int>(counted.Offset());
         }
         return QByteArray();
     }
-    dropShadowed(document);
-    rapidjson::StringBuffer out;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(out);
-    document.Accept(writer);
-    return QByteArray(out.GetString(), static_cast<int>(out.GetSize()));
+    Rewriter rewriter(counter.objects);
+    rapidjson::MemoryStream rewriting(text.constData(), static_cast<size_t>(text.size()));
+    rapidjson::Reader().Parse<flags>(rewriting, rewriter);
+    return QByteArray(rewriter.out.GetString(), static_cast<int>(rewriter.out.GetSize()));
 }
 
 } // namespace
@@ -133,7 +194,8 @@ QJsonDocument JsonParser::parse(QByteArray const& text, QJsonParseError* error)
     RepeatedKeyFinder finder;
     rapidjson::MemoryStream scan(text.constData(), static_cast<size_t>(text.size()));
     rapidjson::Reader reader;
-    rapidjson::ParseResult const scanned = reader.Parse<rapidjson::kParseIterativeFlag>(scan, finder);
+    rapidjson::ParseResult const scanned =
+        reader.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag>(scan, finder);
     if (!finder.repeated) {
         if (!scanned.IsError())
             return QJsonDocument::fromJson(text, error);
