@@ -64,9 +64,12 @@ QPolygonF NumberToPoly::ellipse(QPointF const& center, QSizeF const& size, float
     float const b = std::fabs(float(size.height())) / 2.0f;
     // A chord over the angle step d strays about r * d * d / 8 from a circle of radius r; the flatter
     // side of an ellipse is no more curved than the circle of its larger radius.
-    float const step = std::sqrt(8.0f * 0.05f / std::max(std::max(a, b), 1.0f));
-    int const corners = std::min(MaxCorners, std::max(16, int(std::ceil(2.0f * Pi / step))));
     QPolygonF ownFrame;
+    if (!std::isfinite(a) || !std::isfinite(b))
+        return ownFrame;
+    float const step = std::sqrt(8.0f * 0.05f / std::max(std::max(a, b), 1.0f));
+    // Bounded while still a float: a huge radius asks for more corners than an int holds.
+    int const corners = int(std::min(float(MaxCorners), std::max(16.0f, std::ceil(2.0f * Pi / step))));
     ownFrame.reserve(corners);
     for (int k = 0; k < corners; ++k) {
         float const t = 2.0f * Pi * float(k) / float(corners);
