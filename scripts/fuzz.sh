@@ -4,6 +4,7 @@
 #   scripts/fuzz.sh [TARGET|all] [SECONDS]     all targets, 60 s each, by default
 #   FUZZ_BUILD_DIR   build folder (default build-fuzz)
 #   FUZZ_RUNS        stop a target after this many executions as well (default: no limit)
+#   FUZZ_NO_BUILD=1  use the fuzz programs already built (for several runs side by side)
 # Inputs that reach new code are kept in FUZZ_BUILD_DIR/corpus/TARGET, so the committed seeds stay
 # small. A crash, leak or hang is written to fuzz/regressions/TARGET/ and fails the run: once it is
 # fixed, the normal test suite replays it for ever (docs/reliability.md).
@@ -19,11 +20,13 @@ if [ "$which" != all ] && [[ ! " ${targets[*]} " =~ " $which " ]]; then
 fi
 [ "$which" = all ] || targets=("$which")
 
-scripts/install-deps.sh clang libfuzzer-14-dev libclang-rt-14-dev
-CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORN_FUZZ=ON \
-  -DBUILD_TESTING=OFF >/dev/null
-echo "fuzz.sh: building ${targets[*]}"
-cmake --build "$build" -j "$(nproc)" --target "${targets[@]/#/fuzz_}"
+if [ "${FUZZ_NO_BUILD:-0}" != 1 ]; then
+  scripts/install-deps.sh clang libfuzzer-14-dev libclang-rt-14-dev
+  CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORN_FUZZ=ON \
+    -DBUILD_TESTING=OFF >/dev/null
+  echo "fuzz.sh: building ${targets[*]}"
+  cmake --build "$build" -j "$(nproc)" --target "${targets[@]/#/fuzz_}"
+fi
 
 failed=()
 for target in "${targets[@]}"; do
