@@ -1,17 +1,18 @@
 #include "format/VORNFormatResults.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 
 #include <QJsonDocument>
 #include <QJsonParseError>
-#include <QSharedPointer>
 
 #include "core/JsonParser.h"
 #include "core/VornStatus.h"
+#include "format/FormatTrace.h"
 #include "format/RecordMain.h"
-#include "format/VornFlexibleLayouter.h"
+#include "format/VornFormatOutput.h"
 #include "logger/RedisLogger.h"
 #include "results/ResultModel.h"
 #include "results/VORNResultManager.h"
@@ -155,35 +156,32 @@ DataBlock* VORNFormatResults::execute(DataBlock const* request)
         return block;
 
     auto const& record = *reinterpret_cast<FormatResultsRequest const*>(request->data);
-    // Read in place; a missing or oversized text parses as empty, which is a parse error.
-    bool const readable = record.json != nullptr && record.jsonLength <= static_cast<uint32_t>(INT32_MAX);
-    QByteArray const text =
-        readable ? QByteArray::fromRawData(record.json, static_cast<int>(record.jsonLength)) : QByteArray();
-    QJsonParseError error{};
-    QJsonDocument const document = JsonParser::parse(text, &error);
-    if (error.error != QJsonParseError::NoError) {
-        m_logger.log(RedisLogger::WARN, "%s: An error occurred during parsing: %s", "execute",
-                     error.errorString().toLocal8Bit().constData());
+    std::shared_ptr<VornFormatPlan const> plan = planFor(record);
+    if (plan == nullptr) {
         reply->status = VornStatus::RejectedArgument;
         return block;
     }
 
-    QByteArray output;
+    VornFormatOutput output;
     try {
-        output = format(record, document.toVariant().toMap());
+        format(record, *plan, output);
     } catch (std::exception const& e) {
         m_logger.log(RedisLogger::ERROR, "%s: formatting failed: %s", "execute", e.what());
         return block;
     }
-
-    // malloc(0) may give null; an empty output is still a served request.
-    auto* data =
-        static_cast<unsigned char*>(malloc(output.isEmpty() ? 1 : static_cast<size_t>(output.size())));
-    if (data == nullptr) {
-        m_logger.log(RedisLogger::ERROR, "%s: no memory for %d bytes of output", "execute", output.size());
+    if (static_cast<uint64_t>(output.size()) > UINT32_MAX) {
+        m_logger.log(RedisLogger::ERROR, "%s: %zu bytes of output do not fit the reply", "execute",
+                     output.size());
         return block;
     }
-    memcpy(data, output.constData(), static_cast<size_t>(output.size()));
+
+    // malloc(0) may give null; an empty output is still a served request.
+    auto* data = static_cast<unsigned char*>(malloc(output.size() == 0 ? 1 : output.size()));
+    if (data == nullptr) {
+        m_logger.log(RedisLogger::ERROR, "%s: no memory for %zu bytes of output", "execute", output.size());
+        return block;
+    }
+    output.copyTo(data);
     reply->data = data;
     reply->size = static_cast<uint32_t>(output.size());
     reply->hasData = 1;
@@ -191,26 +189,57 @@ DataBlock* VORNFormatResults::execute(DataBlock const* request)
     return block;
 }
 
-QByteArray VORNFormatResults::format(FormatResultsRequest const& request, QVariantMap const& description)
+std::shared_ptr<VornFormatPlan const> VORNFormatResults::planFor(FormatResultsRequest const& request)
+{
+    // Read in place; a missing or oversized text parses as empty, which is a parse error.
+    bool const readable = request.json != nullptr && request.jsonLength <= static_cast<uint32_t>(INT32_MAX);
+    QByteArray const text =
+        readable ? QByteArray::fromRawData(request.json, static_cast<int>(request.jsonLength)) : QByteArray();
+    bool const bigEndianBus = request.busByteOrder == BigEndianBus;
+    if (std::shared_ptr<VornFormatPlan const> known = m_plans.find(text, bigEndianBus))
+        return known;
+
+    QJsonParseError error{};
+    QJsonDocument const document = JsonParser::parse(text, &error);
+    if (error.error != QJsonParseError::NoError) {
+        m_logger.log(RedisLogger::WARN, "%s: An error occurred during parsing: %s", "execute",
+                     error.errorString().toLocal8Bit().constData());
+        return nullptr;
+    }
+    QVariantMap settings;
+    settings.insert(QStringLiteral("busEndianness"), bigEndianBus ? 1u : 0u);
+    auto plan = std::make_shared<VornFormatPlan const>(
+        document.toVariant().toMap().value(QStringLiteral("format")).toMap(), settings);
+    m_plans.insert(text, bigEndianBus, plan);
+    return plan;
+}
+
+void VORNFormatResults::format(FormatResultsRequest const& request, VornFormatPlan const& plan,
+                               VornFormatOutput& output, FormatTrace* trace)
 {
     // The id field is a fixed 12 bytes; an id that fills it has no terminator there.
     m_resultId.assign(request.resultId, strnlen(request.resultId, sizeof request.resultId));
 
-    ResultModel tree;
-    if (ResultModel* model = m_manager.getJsonModel(m_resultId))
-        tree = *model;
-    else
+    // Read in place: the manager keeps the model of the current id until the next id is asked for,
+    // and this request asks for no other.
+    ResultModel const noModel;
+    ResultModel const* model = m_manager.getJsonModel(m_resultId);
+    if (model == nullptr)
         m_logger.log(RedisLogger::WARN, "%s: getJsonModel(%s) returned nullptr", "execute",
                      m_resultId.c_str());
 
-    QVariantMap const format = description.value(QStringLiteral("format")).toMap();
-    QVariantMap settings;
-    settings.insert(QStringLiteral("busEndianness"), request.busByteOrder == BigEndianBus ? 1u : 0u);
+    RecordMain main(this, model != nullptr ? *model : noModel, m_resultId.c_str());
+    plan.write(main, output, trace);
+}
 
-    auto main = QSharedPointer<RecordMain>::create(this, tree, m_resultId.c_str());
-    QByteArray output;
-    VornFlexibleLayouter().serializeRecord(main, format, settings, output);
-    return output;
+bool VORNFormatResults::formatTraced(FormatResultsRequest const& request, VornFormatOutput& output,
+                                     FormatTrace& trace)
+{
+    std::shared_ptr<VornFormatPlan const> plan = planFor(request);
+    if (plan == nullptr)
+        return false;
+    format(request, *plan, output, &trace);
+    return true;
 }
 
 } // namespace orv

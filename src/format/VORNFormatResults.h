@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 
 #include <QMap>
@@ -12,6 +13,10 @@
 #include <QVariant>
 
 #include "core/VORNCommand.h"
+#include "format/VornFormatPlanCache.h"
+
+class FormatTrace;
+class VornFormatOutput;
 
 namespace orv {
 
@@ -67,6 +72,10 @@ public:
     unsigned char const* getBlob(std::string const& id, unsigned int& length);
     QVariant getVORNIdFromRedis(QString const& id);
 
+    // Formats as a request is served and tells the trace what each element wrote where, for tools
+    // that explain an output byte by byte; false (and logged) when the text is no JSON.
+    bool formatTraced(FormatResultsRequest const& request, VornFormatOutput& output, FormatTrace& trace);
+
 private:
     using BlobHandler = unsigned char const* (VORNFormatResults::*)(std::string const& id,
                                                                     unsigned int& length);
@@ -81,11 +90,16 @@ private:
     unsigned char const* getDiagnosticData(std::string const& id, unsigned int& length);
     unsigned char const* getJsonDiagnostic(std::string const& id, unsigned int& length);
 
-    QByteArray format(FormatResultsRequest const& request, QVariantMap const& description);
+    // The plan of the request's description, kept or read now; null (and logged) when the text is
+    // no JSON. The parse comes before the result id on purpose: a rejected request touches nothing.
+    std::shared_ptr<VornFormatPlan const> planFor(FormatResultsRequest const& request);
+    void format(FormatResultsRequest const& request, VornFormatPlan const& plan, VornFormatOutput& output,
+                FormatTrace* trace = nullptr);
 
     Logger::RedisLogger& m_logger;
     std::string m_resultId;
     VORNResultManager& m_manager;
+    VornFormatPlanCache m_plans;
 };
 
 } // namespace orv

@@ -11,11 +11,8 @@ public:
     void serializeRecordList(QSharedPointer<RecordListInterface> list, QMap<QString, QVariant> const& format,
                              QMap<QString, QVariant> const& settings, QByteArray& out) override;
     // Options of an element override the inherited settings; the merged set is what nested lists
-    // inherit. Missing lists, records and values never stop the walk.
+    // inherit. Missing lists, records and values never stop the walk. The description is read into
+    // a plan for this one call; the format-results command keeps its plans for the next request.
     void serializeRecord(QSharedPointer<RecordInterface> record, QMap<QString, QVariant> const& format,
                          QMap<QString, QVariant> const& settings, QByteArray& out) override;
-
-private:
-    void serializeElement(RecordInterface& record, QMap<QString, QVariant> const& element,
-                          QMap<QString, QVariant> const& settings, QByteArray& out);
 };

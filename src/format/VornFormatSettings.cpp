@@ -1,6 +1,5 @@
 #include "format/VornFormatSettings.h"
 
-#include <QDebug>
 #include <QSet>
 
 namespace {
@@ -38,17 +37,26 @@ bool take(QMap<QString, QVariant> const& options, QSet<QString>& used, char cons
 // The option as a number within 0..limit, the bounds the format schema enforces. A description that
 // is not validated first (the format-results command does not validate) may ask for more: the value
 // is then held at the bound and reported, and the request is still served.
-int bounded(QVariant const& value, char const* key, int limit)
+int bounded(QVariant const& value, char const* key, int limit, FormatMessages& messages)
 {
     int const requested = value.toInt();
     if (requested >= 0 && requested <= limit)
         return requested;
-    qCritical().nospace() << "Unexpect value of '" << key << "' " << value << ", using "
-                          << (requested < 0 ? 0 : limit);
+    messages.add(QtCriticalMsg).nospace()
+        << "Unexpect value of '" << key << "' " << value << ", using " << (requested < 0 ? 0 : limit);
     return requested < 0 ? 0 : limit;
 }
 
 } // namespace
+
+QString VornFormatSettings::typeName(Type type)
+{
+    for (TypeName const& name : typeNames) {
+        if (name.type == type)
+            return QString::fromLatin1(name.text);
+    }
+    return QString::number(static_cast<int>(type));
+}
 
 bool VornFormatSettings::isSigned() const
 {
@@ -56,6 +64,14 @@ bool VornFormatSettings::isSigned() const
 }
 
 void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const& options)
+{
+    FormatMessages messages;
+    loadSettingsFromVariants(options, messages);
+    messages.replay();
+}
+
+void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const& options,
+                                                  FormatMessages& messages)
 {
     QSet<QString> used;
     QVariant value;
@@ -66,9 +82,9 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
         else if (equalsText(value, "binary"))
             dataEncoding = Binary;
         else
-            qCritical() << "Unexpect value of 'dataencoding'" << value;
+            messages.add(QtCriticalMsg) << "Unexpect value of 'dataencoding'" << value;
     } else {
-        qWarning() << "Missing 'dataencoding' is missing";
+        messages.add(QtWarningMsg) << "Missing 'dataencoding' is missing";
     }
 
     if (take(options, used, "type", value)) {
@@ -81,9 +97,9 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
             }
         }
         if (!known)
-            qCritical() << "Unexpect value of 'type'" << value;
+            messages.add(QtCriticalMsg) << "Unexpect value of 'type'" << value;
     } else {
-        qWarning() << "Missing 'type' is missing";
+        messages.add(QtWarningMsg) << "Missing 'type' is missing";
     }
 
     if (take(options, used, "scale", value))
@@ -99,32 +115,32 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
         } else if (equalsText(value, "busdepending")) {
             auto const bus = options.constFind(QStringLiteral("busEndianness"));
             if (bus == options.constEnd()) {
-                qWarning() << "busEndianness not found in map";
+                messages.add(QtWarningMsg) << "busEndianness not found in map";
             } else {
-                qDebug().nospace() << "busEndianness Using: " << bus.value().toUInt();
+                messages.add(QtDebugMsg).nospace() << "busEndianness Using: " << bus.value().toUInt();
                 byteOrder = bus.value().toUInt();
             }
         } else {
             // The message names another key; readers of the device's logs know it this way.
-            qCritical() << "Unexpect value of 'alignment'" << value;
+            messages.add(QtCriticalMsg) << "Unexpect value of 'alignment'" << value;
         }
     }
     // Put there by the format-results command for every element, so never a leftover.
     used.insert(QStringLiteral("busEndianness"));
 
     if (take(options, used, "width", value))
-        width = bounded(value, "width", MaxWidth);
+        width = bounded(value, "width", MaxWidth, messages);
 
     if (take(options, used, "fill", value)) {
         QString const text = value.toString();
         if (text.isEmpty())
-            qCritical() << "Unexpect empty value of 'fill'" << value;
+            messages.add(QtCriticalMsg) << "Unexpect empty value of 'fill'" << value;
         else
             fill = text.at(0).toLatin1();
     }
 
     if (take(options, used, "precision", value))
-        precision = bounded(value, "precision", MaxPrecision);
+        precision = bounded(value, "precision", MaxPrecision, messages);
 
     if (take(options, used, "displayformat", value)) {
         if (equalsText(value, "fixed"))
@@ -132,7 +148,7 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
         else if (equalsText(value, "scientific"))
             displayFormat = 'e';
         else
-            qCritical() << "Unexpect value of 'displayformat'" << value;
+            messages.add(QtCriticalMsg) << "Unexpect value of 'displayformat'" << value;
     }
 
     if (take(options, used, "alignment", value)) {
@@ -141,13 +157,14 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
         else if (equalsText(value, "right"))
             alignment = Right;
         else
-            qCritical() << "Unexpect value of 'alignment'" << value;
+            messages.add(QtCriticalMsg) << "Unexpect value of 'alignment'" << value;
     }
 
     if (take(options, used, "decimalseparator", value)) {
         QString const text = value.toString();
         if (text.isEmpty())
-            qCritical() << "Unexpect empty value of 'fill'" << value; // sic: the established text
+            messages.add(QtCriticalMsg)
+                << "Unexpect empty value of 'fill'" << value; // sic: the established text
         else
             decimalSeparator = text.at(0).toLatin1();
     }
@@ -157,7 +174,7 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
         if (requested >= 2 && requested <= 16)
             base = requested;
         else
-            qCritical() << "Unexpect value of 'base'" << value;
+            messages.add(QtCriticalMsg) << "Unexpect value of 'base'" << value;
     }
 
     if (take(options, used, "numericfill", value))
@@ -166,5 +183,6 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
     QSet<QString> unused = QSet<QString>(options.keyBegin(), options.keyEnd());
     unused.subtract(used);
     if (!unused.isEmpty())
-        qCritical().nospace() << "WARNING: The VORN-Formatter-Settings contain unused elements: " << unused;
+        messages.add(QtCriticalMsg).nospace()
+            << "WARNING: The VORN-Formatter-Settings contain unused elements: " << unused;
 }

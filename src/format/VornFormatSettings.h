@@ -6,6 +6,8 @@
 #include <QString>
 #include <QVariant>
 
+#include "format/FormatMessages.h"
+
 class VornFormatSettings
 {
 public:
@@ -49,8 +51,12 @@ public:
     // Takes every valid option of the map and reports every bad, missing or unknown one on the
     // debug channel; a bad option keeps its default, so a partly wrong description still works.
     void loadSettingsFromVariants(QMap<QString, QVariant> const& options);
+    // The same, with the reports kept in messages instead, for an element read once and used often.
+    void loadSettingsFromVariants(QMap<QString, QVariant> const& options, FormatMessages& messages);
 
     bool isSigned() const;
+    // The type's name as descriptions write it ("uint16").
+    static QString typeName(Type type);
 
     Type type = String;
     DataEncoding dataEncoding = Ascii;

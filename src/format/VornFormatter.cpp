@@ -104,7 +104,11 @@ QByteArray VornFormatter::formatValue(QVariant const& value, QMap<QString, QVari
 {
     VornFormatSettings settings;
     settings.loadSettingsFromVariants(options);
+    return formatValue(value, settings);
+}
 
+QByteArray VornFormatter::formatValue(QVariant const& value, VornFormatSettings const& settings)
+{
     switch (settings.type) {
     case VornFormatSettings::Int8:
         return intToBytes<signed char>(value, settings);

@@ -15,6 +15,8 @@ public:
     // Never fails: unsuitable values become 0 or empty text, out-of-range numbers are clamped, and
     // an unknown type yields an empty result and a message on the debug channel.
     static QByteArray formatValue(QVariant const& value, QMap<QString, QVariant> const& options);
+    // The same with the options already read, as a prepared description holds them.
+    static QByteArray formatValue(QVariant const& value, VornFormatSettings const& settings);
 
     // For the 8-, 16- and 32-bit integers and float32: scaled in double precision, then clamped.
     template <typename T>

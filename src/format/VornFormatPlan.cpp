@@ -1,0 +1,167 @@
+#include "format/VornFormatPlan.h"
+
+#include <QDebug>
+#include <QVariantList>
+
+#include "format/FormatTrace.h"
+#include "format/RecordInterface.h"
+#include "format/RecordListInterface.h"
+#include "format/VornFormatOutput.h"
+#include "format/VornFormatter.h"
+
+VornFormatPlan::VornFormatPlan(QMap<QString, QVariant> const& format, QMap<QString, QVariant> const& settings)
+    : m_elements(prepare(format, settings))
+{}
+
+std::vector<VornFormatPlan::Element> VornFormatPlan::prepare(QMap<QString, QVariant> const& format,
+                                                             QMap<QString, QVariant> const& settings)
+{
+    std::vector<Element> elements;
+    for (QVariant const& element : format.value(QStringLiteral("elements")).toList()) {
+        elements.push_back(prepareElement(element.toMap(), settings));
+        elements.back().index = int(elements.size()) - 1;
+    }
+    return elements;
+}
+
+VornFormatPlan::Element VornFormatPlan::prepareElement(QMap<QString, QVariant> const& element,
+                                                       QMap<QString, QVariant> const& settings)
+{
+    Element planned;
+    planned.id = element.value(QStringLiteral("id")).toString();
+    QString const type = element.value(QStringLiteral("type")).toString();
+
+    // The element's options override the inherited ones; the merged set is what nested lists inherit.
+    QMap<QString, QVariant> merged = settings;
+    QMap<QString, QVariant> const options = element.value(QStringLiteral("format")).toMap();
+    for (auto it = options.constBegin(); it != options.constEnd(); ++it)
+        merged.insert(it.key(), it.value());
+
+    bool const isRecords = type == QLatin1String("records");
+    bool const isBlob = type == QLatin1String("blob");
+    QVariant const constant = element.value(QStringLiteral("value"));
+    bool const hasConstant = constant.isValid() && !constant.isNull();
+
+    if (isRecords) {
+        planned.kind = hasConstant ? Element::Nothing : Element::Records;
+        if (!hasConstant)
+            planned.elements = prepare(element, merged);
+        return planned;
+    }
+    if (hasConstant)
+        planned.constantValue = constant;
+    if (isBlob) {
+        planned.blob = true;
+        planned.kind = hasConstant ? Element::Constant : Element::Blob;
+        if (hasConstant)
+            planned.constant = QByteArray::fromHex(constant.toString().toLatin1());
+        return planned;
+    }
+    // The element's own type decides, whatever an enclosing level or its "format" object says.
+    merged.insert(QStringLiteral("type"), type);
+    planned.settings.loadSettingsFromVariants(merged, planned.messages);
+    planned.kind = hasConstant ? Element::Constant : Element::Value;
+    if (hasConstant)
+        planned.constant = VornFormatter::formatValue(constant, planned.settings);
+    return planned;
+}
+
+void VornFormatPlan::write(RecordInterface& record, VornFormatOutput& out, FormatTrace* trace) const
+{
+    writeElements(m_elements, record, out, trace, QString());
+}
+
+void VornFormatPlan::writeElements(std::vector<Element> const& elements, RecordInterface& record,
+                                   VornFormatOutput& out, FormatTrace* trace, QString const& path)
+{
+    for (Element const& element : elements) {
+        std::size_t const offset = out.size();
+        QVariant value;
+        switch (element.kind) {
+        case Element::Constant:
+            element.messages.replay();
+            out.append(element.constant);
+            break;
+        case Element::Value:
+            // The value first: a record's note about a missing id comes before the option notes.
+            value = record.getValue(element.id);
+            element.messages.replay();
+            out.append(VornFormatter::formatValue(value, element.settings));
+            break;
+        case Element::Blob:
+            out.appendBlob(record.getBlob(element.id));
+            break;
+        case Element::Records:
+            writeRecords(element, record, out, trace, path);
+            break;
+        case Element::Nothing:
+            break;
+        }
+        if (trace != nullptr)
+            traceElement(element, value, offset, out, *trace, path);
+    }
+}
+
+void VornFormatPlan::writeRecords(Element const& element, RecordInterface& record, VornFormatOutput& out,
+                                  FormatTrace* trace, QString const& path)
+{
+    QSharedPointer<RecordListInterface> list = record.getSubRecords(element.id);
+    if (list.isNull()) {
+        qWarning() << "type was record, but record-interface has no recordlist on the id:" << element.id;
+        return;
+    }
+    // The size is asked anew for every index on purpose: a list may only know it as it goes.
+    for (int i = 0; i < list->size(); ++i) {
+        QSharedPointer<RecordInterface> sub = list->getRecord(i);
+        if (sub.isNull()) {
+            qWarning() << "get a null-record at index:" << i;
+            continue;
+        }
+        QString const inner = trace == nullptr ? QString()
+                                               : QStringLiteral("%1elements[%2] \u203a %3[%4] \u203a ")
+                                                     .arg(path)
+                                                     .arg(element.index)
+                                                     .arg(element.id)
+                                                     .arg(i);
+        writeElements(element.elements, *sub, out, trace, inner);
+    }
+}
+
+void VornFormatPlan::traceElement(Element const& element, QVariant const& value, std::size_t offset,
+                                  VornFormatOutput const& out, FormatTrace& trace, QString const& path)
+{
+    std::size_t const written = out.size() - offset;
+    FormatTraceEntry entry;
+    switch (element.kind) {
+    case Element::Value:
+        entry = FormatTrace::valueEntry(value, element.settings, written);
+        break;
+    case Element::Constant:
+        if (element.blob) {
+            entry.type = QStringLiteral("bytes");
+            entry.value = QString::fromLatin1(element.constant.toHex());
+            entry.note = QStringLiteral("constant");
+        } else {
+            entry = FormatTrace::valueEntry(element.constantValue, element.settings, written);
+            entry.note =
+                entry.note.isEmpty() ? QStringLiteral("constant") : QStringLiteral("constant, ") + entry.note;
+        }
+        break;
+    case Element::Blob:
+        entry.type = QStringLiteral("bytes");
+        if (written == 0)
+            entry.note = QStringLiteral("no such data for this result: nothing written");
+        break;
+    case Element::Records:
+    case Element::Nothing:
+        return; // its elements have their own entries
+    }
+    entry.offset = offset;
+    entry.length = written;
+    entry.path = QStringLiteral("%1elements[%2]").arg(path).arg(element.index);
+    entry.id = element.kind == Element::Constant ? QString() : element.id;
+    entry.kind = element.kind == Element::Blob       ? QStringLiteral("blob")
+                 : element.kind == Element::Constant ? QStringLiteral("constant")
+                                                     : QStringLiteral("value");
+    trace.add(entry);
+}
