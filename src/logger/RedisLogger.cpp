@@ -90,9 +90,9 @@ int RedisLogger::logOnce(Category category, char const* format, ...) const
 
 int RedisLogger::logFormatted(Category category, bool once, char const* format, va_list args) const
 {
-    Lock lock(RedisLoggerPimpl::loggerMutex());
-    if ((static_cast<unsigned int>(category) & m_pimpl->mask) == 0)
+    if ((static_cast<unsigned int>(category) & m_pimpl->mask.load(std::memory_order_relaxed)) == 0)
         return 0;
+    Lock lock(RedisLoggerPimpl::loggerMutex());
     char message[LogEntryFormat::kEntrySize];
     unsigned int const length = formatMessage(message, format, args);
     if (once && !RedisLoggerPimpl::firstTimeLogged(std::string(message, length)))

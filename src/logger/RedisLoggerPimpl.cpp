@@ -378,7 +378,7 @@ bool RedisLoggerPimpl::evaluateConfig(char const* json, bool announce)
         snprintf(
             text, sizeof text,
             "Applying new log configuration: mask(0x%x), SigSegV Regexp(%s), max logs(%d), instance(0x%x)",
-            mask, segvRegex.expression().c_str(), maxLogs,
+            mask.load(), segvRegex.expression().c_str(), maxLogs,
             static_cast<unsigned int>(reinterpret_cast<uintptr_t>(this)));
         logFixed(RedisLogger::INFO, text, 0, false);
     }

@@ -3,6 +3,7 @@
 // that listens for configuration messages).
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <set>
@@ -79,7 +80,8 @@ public:
     std::string logKey;
     CrashTrigger segvRegex; // the crash-trigger expression, compiled when it is set
     int maxLogs;
-    unsigned int mask;
+    // Read without the logger mutex, so that a call the mask filters out costs no lock.
+    std::atomic<unsigned int> mask;
 
     static std::set<RedisLoggerPimpl*>* g_pimpls;
     static std::thread* g_configThread;

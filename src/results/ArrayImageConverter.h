@@ -49,6 +49,8 @@ protected:
 
 private:
     template <typename T> QImage convert(const T* values);
+    template <typename T, typename Colour>
+    void paint(QImage& image, const T* values, Colour const& colourOf) const;
     void setHelperValues();
     float scaleParameter() const;
 

@@ -6,17 +6,14 @@
 #include <stdexcept>
 #include <sys/mman.h>
 
-#include <QBuffer>
-#include <QImage>
 #include <QStringList>
 
 #include "core/ChunkHeader.h"
 #include "core/Paths.h"
 #include "god/God.h"
 #include "logger/RedisLogger.h"
-#include "results/GreyScaleArrayImageConverter.h"
+#include "results/AmplitudePicture.h"
 #include "results/ResultModelRedisPersister.h"
-#include "roi/RoiSyncer_RX7100.h"
 
 using orv::Logger::RedisLogger;
 
@@ -289,30 +286,6 @@ VORNResultManager::ResultData* VORNResultManager::getZ4ImageDataPNG(const std::s
     return &m_resMap[AmplitudePngKey];
 }
 
-QImage VORNResultManager::amplitudePicture(void const* chunk, unsigned int size)
-{
-    ChunkHeader header;
-    memcpy(&header, chunk, sizeof header);
-    uint64_t const pixels = uint64_t(header.width) * header.height;
-    if (size < sizeof header + pixels * sizeof(uint16_t))
-        return QImage();
-    GreyScaleArrayImageConverter converter;
-    converter.setSize(header.width, header.height);
-    converter.setLogarithmic(true, 500.0f);
-    return converter.convert_array(
-        reinterpret_cast<const unsigned short*>(static_cast<const unsigned char*>(chunk) + sizeof header));
-}
-
-// The picture as a PNG file at the default quality.
-QByteArray VORNResultManager::encodePng(QImage const& image)
-{
-    QByteArray png;
-    QBuffer device(&png);
-    device.open(QIODevice::WriteOnly);
-    image.save(&device, "PNG");
-    return png;
-}
-
 void VORNResultManager::createZ4ImageDataPNG(const std::string& id)
 {
     unsigned int size = 0;
@@ -321,15 +294,9 @@ void VORNResultManager::createZ4ImageDataPNG(const std::string& id)
         return;
     ChunkHeader source;
     memcpy(&source, chunk, sizeof source);
-    QImage image = amplitudePicture(chunk, size);
-    if (image.isNull())
+    QByteArray const png = AmplitudePicture::png(chunk, size, getRedisResult(id, "ModelResult").toUtf8());
+    if (png.isEmpty())
         return;
-    // The regions of interest of the result model are painted onto the grey picture, before it is
-    // encoded.
-    RoiSyncer_RX7100 rois;
-    rois.loadFromJson(getRedisResult(id, "ModelResult").toUtf8());
-    rois.paintRois(image);
-    QByteArray const png = encodePng(image);
     size_t const total = sizeof(ChunkHeader) + static_cast<size_t>(png.size());
     auto* buffer = static_cast<unsigned char*>(malloc(total));
     if (buffer == nullptr) {

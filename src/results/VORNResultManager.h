@@ -13,8 +13,6 @@
 #include "results/ResultModel.h"
 #include "resultsync/FrameClient.h"
 
-class QImage;
-
 namespace orv {
 
 class ResultModelRedisPersister;
@@ -68,8 +66,6 @@ private:
     ResultData* findResultData(const std::string& key);
     ResultData* registerTextChunk(const std::string& key, char const* operation, const std::string& id,
                                   unsigned int chunkType, QByteArray const& text);
-    QImage amplitudePicture(void const* chunk, unsigned int size);
-    QByteArray encodePng(QImage const& image);
 
     std::unique_ptr<resultsync::Frame> m_frame;
     std::map<std::string, ResultData> m_resMap;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <vector>
 
 #include "results/GreyScaleArrayImageConverter.h"
 
@@ -54,6 +55,29 @@ TEST(GreyScaleArrayImageConverter, ConvertsArraysRowByRowInTheRangeFoundUnlessWr
     converter.setConverterParams(orv::ConverterParams{true, false, true, false, 0, 400, 0}); // keeps 0..400
     EXPECT_EQ(converter.convert_array(values).pixel(0, 1), grey(0));
     EXPECT_EQ(converter.convert_array(values).pixel(2, 1), grey(128));
+}
+
+TEST(GreyScaleArrayImageConverter, GivesA16BitArrayTheSamePictureAsTheSameValuesAsFloats)
+{
+    // A narrow span of values is converted through a table of the values present, a wide one pixel by pixel.
+    std::vector<unsigned short> narrow, wide;
+    for (int i = 0; i < 64 * 48; ++i) {
+        narrow.push_back(static_cast<unsigned short>(1000 + i * 37 % 700));
+        wide.push_back(static_cast<unsigned short>(i * 7919 % 65536));
+    }
+    GreyScaleArrayImageConverter converter;
+    converter.setSize(64, 48);
+    for (auto const& params : {orv::ConverterParams{false, true, true, false, 0, 0, 500},
+                               orv::ConverterParams{false, false, false, false, 1100, 1500, 0},
+                               orv::ConverterParams{true, true, false, false, 0, 1200, 0}}) {
+        for (auto const* values : {&narrow, &wide}) {
+            std::vector<float> const asFloats(values->begin(), values->end());
+            converter.setConverterParams(params);
+            QImage const fromFloats = converter.convert_array(asFloats.data());
+            converter.setConverterParams(params);
+            EXPECT_EQ(converter.convert_array(values->data()), fromFloats);
+        }
+    }
 }
 
 // A converter whose colour map was never made.
