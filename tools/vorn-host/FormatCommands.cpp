@@ -4,12 +4,23 @@
 #include <fstream>
 #include <sstream>
 
+#include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
 #include "HostCommand.h"
+#include "core/JsonParser.h"
+#include "core/Paths.h"
 #include "core/VornStatus.h"
+#include "format/FormatTrace.h"
+#include "format/LayoutRecord.h"
+#include "format/PlcTypes.h"
 #include "format/VORNFormatResults.h"
+#include "format/VornFormatOutput.h"
+#include "format/VornFormatPlan.h"
+#include "logger/RedisLogger.h"
+#include "results/VORNResultManager.h"
 
 namespace vornhost {
 namespace {
@@ -54,16 +65,104 @@ QString visibleText(QByteArray const& bytes)
     return text;
 }
 
+QJsonObject mapEntry(FormatTraceEntry const& entry)
+{
+    QJsonObject object{{"offset", qint64(entry.offset)},
+                       {"length", qint64(entry.length)},
+                       {"element", entry.path},
+                       {"kind", entry.kind},
+                       {"type", entry.type}};
+    if (!entry.id.isEmpty())
+        object.insert("id", entry.id);
+    if (!entry.encoding.isEmpty())
+        object.insert("encoding", entry.encoding);
+    if (!entry.value.isEmpty())
+        object.insert("value", entry.value);
+    if (!entry.note.isEmpty())
+        object.insert("note", entry.note);
+    return object;
+}
+
+void printMap(Output& out, FormatTrace const& trace)
+{
+    QJsonArray map;
+    for (FormatTraceEntry const& entry : trace.entries())
+        map.append(mapEntry(entry));
+    if (out.json()) {
+        out.field("map", map);
+        return;
+    }
+    out.note(QStringLiteral("%1 %2  %3 %4 %5 %6  %7")
+                 .arg("offset", 6)
+                 .arg("length", 6)
+                 .arg("element", -34)
+                 .arg("id", -22)
+                 .arg("type", -14)
+                 .arg("value", -18)
+                 .arg("note"));
+    for (FormatTraceEntry const& entry : trace.entries()) {
+        QString const type = entry.encoding.isEmpty() ? entry.type : entry.type + ' ' + entry.encoding;
+        QString value = visibleText(entry.value.toUtf8());
+        if (value.size() > 18)
+            value = value.left(15) + "...";
+        out.note(QStringLiteral("%1 %2  %3 %4 %5 %6  %7")
+                     .arg(qint64(entry.offset), 6)
+                     .arg(qint64(entry.length), 6)
+                     .arg(entry.path, -34)
+                     .arg(entry.id, -22)
+                     .arg(type, -14)
+                     .arg(value, -18)
+                     .arg(entry.note));
+    }
+}
+
+// The byte map: the request formatted here, by the plug-in's own code, with a trace of what each
+// element wrote where. The result is read from the same Redis and frame folder as the plug-in's.
+int runExplain(Output& out, orv::FormatResultsRequest const& request, bool acquire)
+{
+    orv::Logger::RedisLogger logger("VORNHOST", orv::Paths::redisCacheSocket().c_str(), "LOG:ENTRIES", false);
+    orv::VORNResultManager manager(logger);
+    orv::VORNFormatResults command(manager, logger);
+    std::string const id = request.resultId;
+    if (acquire)
+        out.field("acquired", manager.acquire(id));
+    VornFormatOutput output;
+    FormatTrace trace;
+    bool const served = command.formatTraced(request, output, trace);
+    if (acquire)
+        manager.release(id);
+    out.field("served", served);
+    if (!served) {
+        out.note("the description is no JSON; the reason is in the log (kslog tail)");
+        return 1;
+    }
+    QByteArray const bytes = output.toByteArray();
+    out.field("size", bytes.size());
+    out.field("text", visibleText(bytes));
+    printMap(out, trace);
+    return 0;
+}
+
 int runFormat(Plugin& plugin, Output& out, Args& args)
 {
     bool const bigEndian = args.flag("--big-endian");
     bool const acquire = args.flag("--acquire");
+    bool const explain = args.flag("--explain");
     std::optional<std::string> const outFile = args.option("--out");
-    args.expectCount(2, 2);
-    std::string const id = args.at(0, "RESULT_ID");
-    std::string const json = requestText(readFile(args.at(1, "DESCRIPTION.json")));
+    std::optional<std::string> const idOption = args.option("--id");
+    args.expectCount(idOption ? 1 : 2, idOption ? 1 : 2);
+    std::string const id = idOption ? *idOption : args.at(0, "RESULT_ID");
+    std::string const json = requestText(readFile(args.at(idOption ? 0 : 1, "DESCRIPTION.json")));
     if (id.size() >= sizeof(orv::FormatResultsRequest::resultId))
         throw UsageError("RESULT_ID has at most 11 characters");
+    if (explain) {
+        orv::FormatResultsRequest request{};
+        memcpy(request.resultId, id.c_str(), id.size() + 1);
+        request.json = json.data();
+        request.jsonLength = static_cast<uint32_t>(json.size());
+        request.busByteOrder = bigEndian ? orv::VORNFormatResults::BigEndianBus : 1234;
+        return runExplain(out, request, acquire);
+    }
 
     if (acquire) {
         Reply acquired = plugin.call(AcquireResultId, id.c_str());
@@ -116,10 +215,91 @@ int runValidate(Plugin& plugin, Output& out, Args& args)
     return exitCodeFor(reply);
 }
 
+// "models=4,rois=16": records per list id.
+QMap<QString, int> recordCounts(std::string const& text)
+{
+    QMap<QString, int> counts;
+    for (QString const& pair : QString::fromStdString(text).split(',', Qt::SkipEmptyParts)) {
+        bool ok = false;
+        int const count = pair.section('=', 1).toInt(&ok);
+        if (!pair.contains('=') || !ok || count < 1 || count > 65535)
+            throw UsageError(
+                "--records wants LIST=COUNT pairs with counts from 1 to 65535, as models=4,rois=16");
+        counts.insert(pair.section('=', 0, 0), count);
+    }
+    return counts;
+}
+
+void discardMessage(QtMsgType, QMessageLogContext const&, QString const&) {}
+
+int runPlcTypes(Output& out, Args& args)
+{
+    bool const bigEndian = args.flag("--big-endian");
+    std::optional<std::string> const records = args.option("--records");
+    std::string const language = args.option("--lang").value_or("st");
+    if (language != "st" && language != "c")
+        throw UsageError("--lang is st or c");
+    args.expectCount(1, 1);
+    std::string const path = args.at(0, "DESCRIPTION.json");
+    QMap<QString, int> const counts = recordCounts(records.value_or(""));
+
+    QJsonParseError error{};
+    QJsonDocument const document =
+        orv::JsonParser::parse(QByteArray::fromStdString(requestText(readFile(path))), &error);
+    if (error.error != QJsonParseError::NoError)
+        throw std::runtime_error(path + " is no JSON: " + error.errorString().toStdString());
+    QVariantMap settings;
+    settings.insert(QStringLiteral("busEndianness"), bigEndian ? 1u : 0u);
+    VornFormatPlan const plan(document.toVariant().toMap().value("format").toMap(), settings);
+
+    // The layout is the output of a result of the given counts; what the options say about values
+    // that a real result would carry is of no use here.
+    QSet<QString> uncounted;
+    LayoutRecord record(counts, uncounted);
+    VornFormatOutput output;
+    FormatTrace trace;
+    QtMessageHandler const previous = qInstallMessageHandler(discardMessage);
+    plan.write(record, output, &trace);
+    qInstallMessageHandler(previous);
+    if (!uncounted.isEmpty())
+        throw UsageError("give the number of records of " +
+                         QStringList(uncounted.values()).join(", ").toStdString() + " with --records, as " +
+                         uncounted.values().first().toStdString() + "=4");
+
+    QString const name = QFileInfo(QString::fromStdString(path)).completeBaseName();
+    PlcTypes const types(trace.entries(), name, bigEndian);
+    QString source =
+        QStringLiteral("Layout of the output of %1").arg(QFileInfo(QString::fromStdString(path)).fileName());
+    if (records)
+        source += QStringLiteral(" with records %1").arg(QString::fromStdString(*records));
+    source += '.';
+    QString const text = types.text(language == "c" ? PlcTypes::C : PlcTypes::StructuredText, source);
+    if (out.json()) {
+        out.field("size", qint64(types.size()));
+        out.field("text", text);
+    } else {
+        out.note(text.trimmed());
+    }
+    return 0;
+}
+
 bool const formatRegistered = registerCommand(
     {"format", "write a result in the layout of an output-format description (text and hex dump)",
-     "format RESULT_ID DESCRIPTION.json [--big-endian] [--acquire] [--out FILE]",
+     "format RESULT_ID DESCRIPTION.json [--big-endian] [--acquire] [--out FILE] [--explain]\n"
+     "       vorn-host format DESCRIPTION.json --id RESULT_ID [...]\n\n"
+     "With --explain, the output is made by the plug-in's code in this process and shown as a byte\n"
+     "map: for every range of bytes the element of the description that wrote it, the record id it\n"
+     "read, type and encoding, the value and a note where the bytes are not what was asked for",
      "vorn-host format 12 docs/examples/format-demo.json --acquire --out result.bin", runFormat});
+
+bool const plcTypesRegistered = registerCommand(
+    {"plc-types", "write PLC (Structured Text) or C data types for the output of a description",
+     "plc-types DESCRIPTION.json [--records LIST=COUNT,...] [--lang st|c] [--big-endian]\n\n"
+     "Every record list needs its count (--records models=4,rois=16); every field must have a fixed\n"
+     "size: binary numbers, constants, and text with a \"width\" that every value fits. Needs no\n"
+     "plug-in and no Redis.",
+     "vorn-host plc-types docs/examples/format-demo-binary.json --records models=4,rois=16 --lang c", nullptr,
+     runPlcTypes});
 
 bool const validateRegistered = registerCommand(
     {"validate", "check an output-format description against the format schema", "validate DESCRIPTION.json",

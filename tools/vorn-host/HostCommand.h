@@ -120,6 +120,8 @@ struct Command
     char const* example; // a complete command line
     // Exit code: 0 when the reply reports success, 1 when it reports a failure or no reply came.
     int (*run)(Plugin& plugin, Output& out, Args& args);
+    // Set for a command that needs no plug-in (and so no Redis): run is then not used.
+    int (*offline)(Output& out, Args& args) = nullptr;
 };
 
 bool registerCommand(Command const& command);

@@ -42,7 +42,7 @@ std::string defaultPluginPath()
 }
 
 // Runs one subcommand; lastId (sessions only) receives the result id a reply names.
-int runOne(Plugin& plugin, std::vector<std::string> words, bool json, bool oneLine,
+int runOne(Plugin* plugin, std::vector<std::string> words, bool json, bool oneLine,
            std::string* lastId = nullptr)
 {
     Command const* command = findCommand(words.front());
@@ -58,7 +58,10 @@ int runOne(Plugin& plugin, std::vector<std::string> words, bool json, bool oneLi
     }
     Output out(json);
     try {
-        int code = command->run(plugin, out, args);
+        if (plugin == nullptr && command->offline == nullptr)
+            throw std::logic_error("no plug-in loaded");
+        int code =
+            command->offline != nullptr ? command->offline(out, args) : command->run(*plugin, out, args);
         out.print(oneLine);
         if (lastId != nullptr && out.value("id").isString())
             *lastId = out.value("id").toString().toStdString();
@@ -119,7 +122,7 @@ int runSession(Plugin& plugin, bool json)
             worst = std::max(worst, 2);
             continue;
         }
-        worst = std::max(worst, runOne(plugin, words, json, true, &lastId));
+        worst = std::max(worst, runOne(&plugin, words, json, true, &lastId));
     }
     return worst;
 }
@@ -172,9 +175,11 @@ int main(int argc, char** argv)
         return 0;
     }
 
+    if (!session && findCommand(words.front())->offline != nullptr)
+        return runOne(nullptr, words, json, false);
     try {
         Plugin plugin(pluginPath);
-        return session ? runSession(plugin, json) : runOne(plugin, words, json, false);
+        return session ? runSession(plugin, json) : runOne(&plugin, words, json, false);
     } catch (std::exception const& e) {
         fprintf(stderr, "vorn-host: %s\n", e.what());
         return 3;
