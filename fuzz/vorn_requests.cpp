@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "RedisServer.h"
+#include "ReleaseReply.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "core/ChunkHeader.h"
 #include "core/KestrelVORN.h"
-#include "device/DeviceReplies.h"
 #include "format/VORNFormatResults.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FramePublisher.h"
@@ -57,17 +57,6 @@ struct Plugin
 };
 
 int const ids[] = {2, 4, 5, 9, 10, 11, 12, 14, 17, 20, 22, 26, 27, 3};
-
-void release(DataBlock* reply, int id)
-{
-    if (reply != nullptr && reply->data != nullptr && id == 22)
-        free(reinterpret_cast<VORNStatisticReply*>(reply->data)->value);
-    if (reply != nullptr && reply->data != nullptr && id == 26)
-        free(reinterpret_cast<FormatResultsReply*>(reply->data)->data);
-    if (reply != nullptr)
-        free(reply->data);
-    free(reply);
-}
 
 } // namespace
 
@@ -126,6 +115,6 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     DataBlock request{};
     request.command = id;
     request.data = payload.empty() ? nullptr : payload.data();
-    release(plugin->vorn.dispatch(&request), id);
+    test::releaseReply(plugin->vorn.dispatch(&request), id);
     return 0;
 }

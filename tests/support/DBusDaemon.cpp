@@ -32,19 +32,13 @@ DBusDaemon::DBusDaemon() : m_dir("kv-bus")
            "    <allow eavesdrop=\"true\"/>\n"
            "  </policy>\n"
            "</busconfig>\n";
-    m_address = "unix:path=" + socketPath;
 
     m_pid = startSocketService(
         {"dbus-daemon", "--config-file=" + config, "--nofork", "--nopidfile", "--nosyslog"}, socketPath);
-    m_env = std::make_unique<ScopedEnv>("DBUS_SYSTEM_BUS_ADDRESS", m_address);
+    m_env = std::make_unique<ScopedEnv>("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + socketPath);
 }
 
 DBusDaemon::~DBusDaemon()
-{
-    stop();
-}
-
-void DBusDaemon::stop()
 {
     m_env.reset();
     stopProcess(m_pid);

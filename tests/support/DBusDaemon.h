@@ -18,15 +18,9 @@ public:
     // Starts the daemon and waits (with a deadline) for its socket; throws otherwise.
     DBusDaemon();
     ~DBusDaemon();
-    DBusDaemon(DBusDaemon const&) = delete;
-    DBusDaemon& operator=(DBusDaemon const&) = delete;
-
-    std::string const& address() const { return m_address; }
-    void stop(); // SIGTERM and wait; idempotent
 
 private:
-    TempDir m_dir;
-    std::string m_address;
+    TempDir m_dir; // also makes the daemon non-copyable
     pid_t m_pid = -1;
     std::unique_ptr<ScopedEnv> m_env;
 };

@@ -102,10 +102,8 @@ std::vector<std::string> RedisServer::lrange(std::string const& key, int first, 
 
 std::optional<std::string> RedisServer::hget(std::string const& key, std::string const& field)
 {
-    RedisReply r = command({"HGET", key, field});
-    if (r.type != REDIS_REPLY_STRING)
-        return std::nullopt;
-    return r.str;
+    RedisReply const r = command({"HGET", key, field});
+    return r.type == REDIS_REPLY_STRING ? std::optional<std::string>(r.str) : std::nullopt;
 }
 
 std::vector<std::string> RedisServer::logMessages(std::string const& category)
@@ -119,23 +117,13 @@ std::vector<std::string> RedisServer::logMessages(std::string const& category)
     return out;
 }
 
-bool RedisServer::waitForSubscribers(std::string const& channel, long long n, int timeoutMs) const
+bool RedisServer::waitForSubscribers(std::string const& channel)
 {
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    redisContext* c = redisConnectUnix(m_socketPath.c_str());
-    long long count = 0;
-    while (c != nullptr && c->err == 0 && count < n && std::chrono::steady_clock::now() < deadline) {
-        auto* reply = static_cast<redisReply*>(redisCommand(c, "PUBSUB NUMSUB %s", channel.c_str()));
-        if (reply != nullptr && reply->type == REDIS_REPLY_ARRAY && reply->elements == 2)
-            count = reply->element[1]->integer;
-        if (reply != nullptr)
-            freeReplyObject(reply);
-        if (count < n)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    for (int i = 0; i < 1000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
+        if (command({"PUBSUB", "NUMSUB", channel}).elements.at(1).integer > 0)
+            return true;
     }
-    if (c != nullptr)
-        redisFree(c);
-    return count >= n;
+    return false;
 }
 
 RedisEnvironment::RedisEnvironment()

@@ -49,9 +49,9 @@ public:
     // The messages of the entries in "LOG:ENTRIES", oldest first, as the logger was given them (not
     // escaped); only those of one category when one is named.
     std::vector<std::string> logMessages(std::string const& category = "");
-    // Waits until n clients listen on the channel (publish/subscribe loses earlier messages); uses
-    // a connection of its own, so it may run beside the test's thread. False on time-out.
-    bool waitForSubscribers(std::string const& channel, long long n = 1, int timeoutMs = 5000) const;
+    // Waits until a client listens on the channel (publish/subscribe loses earlier messages); false
+    // after 5 s.
+    bool waitForSubscribers(std::string const& channel);
 
 private:
     redisContext* client();

@@ -7,20 +7,10 @@
 
 #include <gtest/gtest.h>
 
-namespace orv {
-namespace test {
-inline bool runningInCi()
-{
-    char const* ci = getenv("CI");
-    return ci != nullptr && strcmp(ci, "true") == 0;
-}
-} // namespace test
-} // namespace orv
-
 #define KV_REQUIRE(condition, why)                                                                           \
     do {                                                                                                     \
         if (!(condition)) {                                                                                  \
-            if (::orv::test::runningInCi())                                                                  \
+            if (getenv("CI") != nullptr && strcmp(getenv("CI"), "true") == 0)                                \
                 FAIL() << "cannot run in CI: " << (why);                                                     \
             GTEST_SKIP() << (why);                                                                           \
         }                                                                                                    \

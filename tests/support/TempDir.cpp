@@ -11,9 +11,9 @@
 namespace orv {
 namespace test {
 
-TempDir::TempDir(char const* prefix)
+TempDir::TempDir(char const* prefix, char const* parent)
 {
-    std::string pattern = std::string("/tmp/") + prefix + "-XXXXXX";
+    std::string pattern = std::string(parent) + "/" + prefix + "-XXXXXX";
     if (mkdtemp(&pattern[0]) == nullptr)
         throw std::runtime_error("mkdtemp failed for " + pattern);
     m_path = pattern;

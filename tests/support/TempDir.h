@@ -9,7 +9,8 @@ namespace test {
 class TempDir
 {
 public:
-    explicit TempDir(char const* prefix = "kv");
+    // parent: where the directory is made ("/dev/shm" for a tmpfs, as the camera's frame folder is).
+    explicit TempDir(char const* prefix = "kv", char const* parent = "/tmp");
     ~TempDir();
     TempDir(TempDir const&) = delete;
     TempDir& operator=(TempDir const&) = delete;

@@ -50,21 +50,6 @@ int rerunCurrentTestUnderUmockdev()
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-WithoutUmockdevPreload::WithoutUmockdevPreload()
-{
-    if (char const* preload = getenv("LD_PRELOAD")) {
-        m_saved = preload;
-        m_had = true;
-        unsetenv("LD_PRELOAD");
-    }
-}
-
-WithoutUmockdevPreload::~WithoutUmockdevPreload()
-{
-    if (m_had)
-        setenv("LD_PRELOAD", m_saved.c_str(), 1);
-}
-
 UmockdevTestbed::UmockdevTestbed() : m_testbed(umockdev_testbed_new())
 {
     if (m_testbed == nullptr)

@@ -16,21 +16,6 @@ bool umockdevAvailable();
 // Runs the current test alone in a child under umockdev-wrapper; its exit code.
 int rerunCurrentTestUnderUmockdev();
 
-// Programs started while this lives do not get umockdev's preload: servers such as redis-server
-// (jemalloc) hang at start under it.
-class WithoutUmockdevPreload
-{
-public:
-    WithoutUmockdevPreload();
-    ~WithoutUmockdevPreload();
-    WithoutUmockdevPreload(WithoutUmockdevPreload const&) = delete;
-    WithoutUmockdevPreload& operator=(WithoutUmockdevPreload const&) = delete;
-
-private:
-    std::string m_saved;
-    bool m_had = false;
-};
-
 class UmockdevTestbed
 {
 public:

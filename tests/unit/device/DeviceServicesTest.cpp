@@ -11,6 +11,7 @@
 #include "EepromRecord.h"
 #include "RedisServer.h"
 #include "Require.h"
+#include "ScopedEnv.h"
 #include "Umockdev.h"
 #include "core/VornStatus.h"
 #include "device/IOMapping.h"
@@ -33,7 +34,7 @@ struct DeviceBus : Environment
 {
     void SetUp() override
     {
-        WithoutUmockdevPreload servers;
+        ScopedEnv servers("LD_PRELOAD", ""); // redis-server (jemalloc) hangs under umockdev's preload
         services = std::make_unique<Services>();
     }
     void TearDown() override { services.reset(); }
@@ -55,7 +56,7 @@ protected:
     void SetUp() override { deviceBus.services->redis.cache().command({"DEL", "LOG:ENTRIES"}); }
     void start(std::vector<std::string> const& faults = {}, int applications = 3)
     {
-        WithoutUmockdevPreload plain;
+        ScopedEnv plain("LD_PRELOAD", "");
         camera = std::make_unique<CameraSim>(CameraSimOptions{0, "176x132", 8, applications, faults});
     }
     MirelDBusConnector& connector() { return deviceBus.services->connector; }
