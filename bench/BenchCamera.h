@@ -53,7 +53,7 @@ class BenchCamera
 public:
     BenchCamera()
         : m_noBus("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + m_dir.file("no-bus")),
-          m_frameEnv("ORV_FRAME_DIR", m_dir.file("frames")), m_publisher(16, m_dir.file("frames"))
+          m_frameEnv("ORV_FRAME_DIR", m_frames.path()), m_publisher(16, m_frames.path())
     {
         m_library = dlopen(test::pluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
         if (m_library == nullptr)
@@ -131,7 +131,7 @@ public:
     }
 
     test::RedisServer& redis() { return m_redis.cache(); }
-    std::string frameDir() const { return m_dir.file("frames"); }
+    std::string frameDir() const { return m_frames.path(); }
 
 private:
     DataBlock* send(int command, void const* payload)
@@ -151,6 +151,7 @@ private:
     }
 
     test::TempDir m_dir{"kv-bench"};
+    test::TempDir m_frames{"kv-bench-frames", "/dev/shm"}; // tmpfs, as on the camera
     test::ScopedEnv m_noBus;
     test::ScopedEnv m_frameEnv;
     test::RedisEnvironment m_redis;

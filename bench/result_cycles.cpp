@@ -7,7 +7,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <dirent.h>
+#include <filesystem>
 #include <hiredis/hiredis.h>
 #include <string>
 #include <vector>
@@ -29,17 +29,6 @@ constexpr char SmallFormat[] =
     R"({"type":"float32","id":"temp_illu","format":{"dataencoding":"ascii","precision":1}},)"
     R"({"type":"records","id":"models","format":{"dataencoding":"binary"},"elements":[)"
     R"({"type":"uint8","id":"id"},{"type":"uint16","id":"rois.count"}]},{"type":"string","value":">"}]}})";
-
-int filesIn(std::string const& dir)
-{
-    int n = 0;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* e = readdir(d))
-            n += e->d_name[0] != '.';
-        closedir(d);
-    }
-    return n;
-}
 
 struct Fixture
 {
@@ -135,7 +124,8 @@ void Memory(benchmark::State& state)
         }
     }
     state.counters["rss_growth_kB"] = double(orv::test::residentKb() - before);
-    state.counters["frames_left"] = filesIn(f.camera.frameDir());
+    state.counters["frames_left"] =
+        double(std::distance(std::filesystem::directory_iterator(f.camera.frameDir()), {}));
 }
 
 } // namespace

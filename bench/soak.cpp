@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <dlfcn.h>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
@@ -19,9 +19,9 @@
 #include "PluginChild.h"
 #include "ProcessMemory.h"
 #include "RedisServer.h"
+#include "ReleaseReply.h"
 #include "ScopedEnv.h"
 #include "core/DataBlock.h"
-#include "device/DeviceReplies.h"
 #include "format/VORNFormatResults.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FrameClient.h"
@@ -29,17 +29,6 @@
 using namespace orv;
 
 namespace {
-
-long filesIn(std::string const& dir)
-{
-    long n = 0;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* e = readdir(d))
-            n += e->d_name[0] != '.';
-        closedir(d);
-    }
-    return n;
-}
 
 struct Levels
 {
@@ -140,7 +129,7 @@ public:
         DataBlock block{};
         block.command = id;
         block.data = payload.empty() ? nullptr : payload.data();
-        release(m_call(m_handle, &block), id);
+        test::releaseReply(m_call(m_handle, &block), id);
         ++m_sent;
     }
 
@@ -152,7 +141,10 @@ public:
         DataBlock block{};
         block.command = 5;
         block.data = id.data();
-        release(m_call(m_handle, &block), 5);
+        test::releaseReply(m_call(m_handle, &block), 5);
+        auto const filesIn = [](std::string const& dir) {
+            return long(std::distance(std::filesystem::directory_iterator(dir), {}));
+        };
         long descriptors = filesIn("/proc/self/fd");
         test::RedisReply const info = redis.cache().command({"INFO", "memory"});
         size_t const at = info.str.find("used_memory:");
@@ -167,16 +159,6 @@ private:
     {
         payload.assign(value.begin(), value.end());
         payload.push_back(0);
-    }
-    static void release(DataBlock* reply, int id)
-    {
-        if (reply != nullptr && reply->data != nullptr && id == 22)
-            free(reinterpret_cast<VORNStatisticReply*>(reply->data)->value);
-        if (reply != nullptr && reply->data != nullptr && id == 26)
-            free(reinterpret_cast<FormatResultsReply*>(reply->data)->data);
-        if (reply != nullptr)
-            free(reply->data);
-        free(reply);
     }
 
 public:
