@@ -111,10 +111,23 @@ template <typename T> QImage ArrayImageConverter::convert(const T* values)
     size_t const count = size_t(m_width) * m_height;
     float lowest = FLT_MAX;
     float highest = -FLT_MAX;
-    for (size_t i = 0; i < count; ++i) {
-        float const v = static_cast<float>(values[i]);
-        lowest = v < lowest ? v : lowest;
-        highest = v > highest ? v : highest;
+    if constexpr (std::is_same<T, unsigned short>::value) {
+        // In integers the scan vectorises; the float of a 16-bit value is exact, so the range is the same.
+        unsigned short low = 0xFFFF, high = 0;
+        for (size_t i = 0; i < count; ++i) {
+            low = values[i] < low ? values[i] : low;
+            high = values[i] > high ? values[i] : high;
+        }
+        if (count > 0) {
+            lowest = low;
+            highest = high;
+        }
+    } else {
+        for (size_t i = 0; i < count; ++i) {
+            float const v = static_cast<float>(values[i]);
+            lowest = v < lowest ? v : lowest;
+            highest = v > highest ? v : highest;
+        }
     }
     if (!m_wrap && m_autoMinMax) {
         float min = lowest;
@@ -128,15 +141,17 @@ template <typename T> QImage ArrayImageConverter::convert(const T* values)
     // A 16-bit value's colour depends on nothing but the value: when the values present span no more
     // entries than there are pixels, one conversion per entry and a lookup per pixel give the same
     // picture for a fraction of the logarithms.
-    if (std::is_same<T, unsigned short>::value && size_t(highest - lowest) < count) {
-        unsigned int const base = static_cast<unsigned int>(lowest);
-        std::vector<unsigned int> table(size_t(highest - lowest) + 1);
-        for (size_t k = 0; k < table.size(); ++k)
-            table[k] = convertPoint(static_cast<float>(base + k));
-        paint(image, values, [&](T v) { return table[static_cast<unsigned int>(v) - base]; });
-    } else {
-        paint(image, values, [this](T v) { return convertPoint(static_cast<float>(v)); });
+    if constexpr (std::is_same<T, unsigned short>::value) {
+        if (size_t(highest - lowest) < count) {
+            unsigned int const base = static_cast<unsigned int>(lowest);
+            std::vector<unsigned int> table(size_t(highest - lowest) + 1);
+            for (size_t k = 0; k < table.size(); ++k)
+                table[k] = convertPoint(static_cast<float>(base + k));
+            paint(image, values, [&](T v) { return table[static_cast<unsigned int>(v) - base]; });
+            return image;
+        }
     }
+    paint(image, values, [this](T v) { return convertPoint(static_cast<float>(v)); });
     return image;
 }
 
