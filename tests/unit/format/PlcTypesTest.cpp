@@ -1,29 +1,24 @@
 // Data types made from a description: the Structured Text read back and the C struct compiled must
-// both lay out every field where the map of the output puts it.
+// both put every field where the map of the output has it.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <map>
 #include <regex>
 #include <sstream>
 
-#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 
 #include "MessageCapture.h"
 #include "TempDir.h"
-#include "format/FormatTrace.h"
 #include "format/LayoutRecord.h"
 #include "format/PlcTypes.h"
 #include "format/VornFormatOutput.h"
 #include "format/VornFormatPlan.h"
 
 namespace {
-
-QMap<QString, int> const Counts = {{"models", 2}, {"rois", 3}};
 
 // Every binary type, constants, fixed text, a big-endian field and lists in a list.
 char const* const Fixed = R"({"elements":[{"type":"string","value":"KV"},{"type":"blob","value":"0d0a0d"},
@@ -36,111 +31,84 @@ char const* const Fixed = R"({"elements":[{"type":"string","value":"KV"},{"type"
         {"type":"records","id":"rois","elements":[{"type":"float32","id":"v"},{"type":"uint8","id":"v"}]}]},
     {"type":"string","value":"\r\n"}]})";
 
-struct Layout
-{
-    FormatTrace trace;
-    std::size_t size = 0;
-};
-
-Layout layoutOf(QByteArray const& description)
+// The map of the description's output for 2 models of 3 ROIs each.
+FormatTrace layoutOf(QByteArray const& description)
 {
     orv::test::MessageCapture quiet;
-    VornFormatPlan const plan(QJsonDocument::fromJson(description).toVariant().toMap(), {});
     QSet<QString> uncounted;
-    LayoutRecord record(Counts, uncounted);
+    LayoutRecord record({{"models", 2}, {"rois", 3}}, uncounted);
     VornFormatOutput out;
-    Layout layout;
-    plan.write(record, out, &layout.trace);
-    layout.size = out.size();
-    return layout;
-}
-
-// The ranges a PLC gives the fields of the outermost Structured Text type, packed, elementary fields
-// and byte arrays as one range each.
-std::vector<std::pair<std::size_t, std::size_t>> readStructuredText(std::string const& text)
-{
-    std::map<std::string, std::size_t> const elementary = {
-        {"SINT", 1}, {"USINT", 1}, {"BYTE", 1}, {"INT", 2},  {"UINT", 2},
-        {"DINT", 4}, {"UDINT", 4}, {"REAL", 4}, {"LINT", 8}, {"ULINT", 8}};
-    struct Field
-    {
-        std::string type;
-        std::size_t count;
-    };
-    std::map<std::string, std::vector<Field>> types;
-    std::string current;
-    std::regex const typeLine(R"(^TYPE (\w+) :$)"),
-        fieldLine(R"(^    \w+ : (ARRAY\[0\.\.(\d+)\] OF )?(\w+); \(\*.*\*\)$)");
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        std::smatch m;
-        if (std::regex_match(line, m, typeLine))
-            current = m[1];
-        else if (std::regex_match(line, m, fieldLine))
-            types[current].push_back({m[3], m[1].matched ? std::stoul(m[2]) + 1 : 1});
-    }
-    std::vector<std::pair<std::size_t, std::size_t>> ranges;
-    std::function<std::size_t(std::string const&, std::size_t)> lay = [&](std::string const& type,
-                                                                          std::size_t at) {
-        std::size_t const start = at;
-        for (Field const& field : types.at(type)) {
-            if (elementary.count(field.type)) {
-                ranges.emplace_back(at, elementary.at(field.type) * field.count);
-                at += ranges.back().second;
-            } else {
-                for (std::size_t k = 0; k < field.count; ++k)
-                    at += lay(field.type, at);
-            }
-        }
-        return at - start;
-    };
-    lay(current, 0);
-    return ranges;
+    FormatTrace trace;
+    VornFormatPlan(QJsonDocument::fromJson(description).toVariant().toMap(), {}).write(record, out, &trace);
+    return trace;
 }
 
 std::vector<QByteArray> fixedDescriptions()
 {
-    std::vector<QByteArray> descriptions = {Fixed};
-    for (QString const path : {KV_SOURCE_DIR "/docs/examples/format-demo-binary.json"}) {
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        descriptions.push_back(file.readAll());
+    QFile demo(KV_SOURCE_DIR "/docs/examples/format-demo-binary.json");
+    EXPECT_TRUE(demo.open(QIODevice::ReadOnly));
+    return {Fixed, demo.readAll()};
+}
+
+using Ranges = std::vector<std::pair<std::size_t, std::size_t>>; // offset, length
+
+// The ranges a PLC gives the fields of the last type, packed: an elementary field or byte array is one.
+Ranges readStructuredText(std::string const& text, std::map<std::string, std::size_t> const& elementary)
+{
+    std::map<std::string, std::vector<std::pair<std::string, std::size_t>>> types; // fields: type, count
+    std::string type;
+    std::smatch m;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (std::regex_match(line, m, std::regex(R"(TYPE (\w+) :)")))
+            type = m[1];
+        else if (std::regex_match(line, m,
+                                  std::regex(R"(    \w+ : (ARRAY\[0\.\.(\d+)\] OF )?(\w+); \(\*.*\*\))")))
+            types[type].emplace_back(m[3], m[1].matched ? std::stoul(m[2]) + 1 : 1);
     }
-    return descriptions;
+    Ranges ranges;
+    std::function<std::size_t(std::string const&, std::size_t)> lay = [&](std::string const& name,
+                                                                          std::size_t at) {
+        std::size_t const start = at;
+        for (auto const& [fieldType, count] : types.at(name)) {
+            if (elementary.count(fieldType))
+                ranges.emplace_back(at, elementary.at(fieldType) * count);
+            for (std::size_t k = 0; k < count; ++k)
+                at += elementary.count(fieldType) ? elementary.at(fieldType) : lay(fieldType, at);
+        }
+        return at - start;
+    };
+    lay(type, 0);
+    return ranges;
 }
 
 } // namespace
 
 TEST(PlcTypes, StructuredTextPutsEveryFieldWhereTheMapHasItAndNamesWhatHasNoFixedSize)
 {
+    std::map<std::string, std::size_t> const sizes = {{"SINT", 1}, {"USINT", 1}, {"BYTE", 1},  {"INT", 2},
+                                                      {"UINT", 2}, {"DINT", 4},  {"UDINT", 4}, {"REAL", 4},
+                                                      {"LINT", 8}, {"ULINT", 8}};
     for (QByteArray const& description : fixedDescriptions()) {
-        Layout const layout = layoutOf(description);
-        PlcTypes const types(layout.trace.entries(), "layout", false);
-        std::vector<std::pair<std::size_t, std::size_t>> mapped;
-        for (FormatTraceEntry const& entry : layout.trace.entries())
+        FormatTrace const trace = layoutOf(description);
+        Ranges mapped;
+        for (FormatTraceEntry const& entry : trace.entries())
             mapped.emplace_back(entry.offset, entry.length);
-        EXPECT_EQ(readStructuredText(types.text(PlcTypes::StructuredText, "test").toStdString()), mapped);
-        EXPECT_EQ(types.size(), layout.size);
+        PlcTypes const types(trace.entries(), "layout", false);
+        EXPECT_EQ(readStructuredText(types.text(PlcTypes::StructuredText, "test").toStdString(), sizes),
+                  mapped);
     }
-    struct
-    {
-        char const* element;
-        char const* error;
-    } const notFixed[] = {
-        {R"({"type":"blob","id":"x_image"})", "elements[1] (\"x_image\") is a blob"},
-        {R"({"type":"uint16","id":"n"})", "elements[1] (\"n\") is text of no fixed width"},
-        {R"({"type":"float32","id":"s","format":{"width":4}})",
-         "elements[1] (\"s\") is text of no fixed width"},
-    };
-    for (auto const& c : notFixed) {
-        Layout const layout = layoutOf(
-            QByteArray(R"({"elements":[{"type":"uint8","id":"a","format":{"dataencoding":"binary"}},)") +
-            c.element + "]}");
+    for (auto const& [element, error] :
+         {std::pair{R"({"type":"blob","id":"x_image"})", "(\"x_image\") is a blob"},
+          {R"({"type":"uint16","id":"n"})", "(\"n\") is text of no fixed width"},
+          {R"({"type":"float32","id":"s","format":{"width":4}})", "(\"s\") is text of no fixed width"}}) {
+        FormatTrace const trace =
+            layoutOf(QByteArray(R"({"elements":[{"type":"int8","value":1},)") + element + "]}");
         try {
-            PlcTypes(layout.trace.entries(), "layout", false);
-            ADD_FAILURE() << c.element;
+            PlcTypes(trace.entries(), "layout", false);
+            ADD_FAILURE() << element;
         } catch (PlcTypes::NotFixed const& e) {
-            EXPECT_EQ(std::string(e.what()).rfind(c.error, 0), 0u) << e.what();
+            EXPECT_EQ(std::string(e.what()).rfind("elements[1] " + std::string(error), 0), 0u) << e.what();
         }
     }
 }
@@ -149,31 +117,30 @@ TEST(PlcTypesCompiled, TheCStructHasTheSizeOfTheOutputAndEveryOffsetOfItsMap)
 {
     orv::test::TempDir dir;
     for (QByteArray const& description : fixedDescriptions()) {
-        Layout const layout = layoutOf(description);
-        PlcTypes const types(layout.trace.entries(), "layout", false);
+        FormatTrace const trace = layoutOf(description);
+        PlcTypes const types(trace.entries(), "layout", false);
         std::ofstream program(dir.path() + "/layout.c");
         program << types.text(PlcTypes::C, "test").toStdString()
                 << "#include <stddef.h>\n#include <stdio.h>\nint main(void) {\n"
                 << "    printf(\"%zu\\n\", sizeof(struct layout));\n";
-        std::ostringstream expected;
-        expected << layout.size << "\n";
-        for (std::size_t k = 0; k < layout.trace.entries().size(); ++k) {
+        std::string expected = std::to_string(types.size()) + "\n";
+        for (std::size_t k = 0; k < trace.entries().size(); ++k) {
             if (types.designators()[k].isEmpty())
                 continue;
             program << "    printf(\"%zu\\n\", offsetof(struct layout, "
                     << types.designators()[k].toStdString() << "));\n";
-            expected << layout.trace.entries()[k].offset << "\n";
+            expected += std::to_string(trace.entries()[k].offset) + "\n";
         }
         program << "    return 0;\n}\n";
         program.close();
-        std::string const build = std::string(KV_C_COMPILER) + " -std=c11 -Wall -Werror -o " + dir.path() +
-                                  "/layout " + dir.path() + "/layout.c";
+        std::string const build =
+            KV_C_COMPILER " -std=c11 -Wall -Werror -o " + dir.path() + "/layout " + dir.path() + "/layout.c";
         ASSERT_EQ(system(build.c_str()), 0) << types.text(PlcTypes::C, "test").toStdString();
         FILE* run = popen((dir.path() + "/layout").c_str(), "r");
         std::string printed;
         for (char buffer[256]; fgets(buffer, sizeof buffer, run) != nullptr;)
             printed += buffer;
         EXPECT_EQ(pclose(run), 0);
-        EXPECT_EQ(printed, expected.str());
+        EXPECT_EQ(printed, expected);
     }
 }
