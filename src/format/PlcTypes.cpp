@@ -157,8 +157,11 @@ PlcTypes::Member PlcTypes::leaf(FormatTraceEntry const& entry, std::size_t base)
     QString kind = text ? QStringLiteral("text") : entry.type;
     if (!text && entry.type != QLatin1String("bytes") && entry.bigEndian != m_bigEndianBus)
         kind += entry.bigEndian ? QStringLiteral(", big endian") : QStringLiteral(", little endian");
-    member.comment =
-        QStringLiteral("offset %1, %2 bytes: %3, %4").arg(member.offset).arg(member.length).arg(source, kind);
+    member.comment = QStringLiteral("offset %1, %2 byte%3: %4, %5")
+                         .arg(member.offset)
+                         .arg(member.length)
+                         .arg(member.length == 1 ? "" : "s")
+                         .arg(source, kind);
     return member;
 }
 

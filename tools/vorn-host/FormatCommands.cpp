@@ -1,5 +1,6 @@
 // "format" and "validate": write an acquired result in the layout of an output-format description,
 // and check a description against the plug-in's format schema.
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -86,34 +87,51 @@ QJsonObject mapEntry(FormatTraceEntry const& entry)
 void printMap(Output& out, FormatTrace const& trace)
 {
     QJsonArray map;
-    for (FormatTraceEntry const& entry : trace.entries())
+    int elementWidth = 7, idWidth = 2;
+    for (FormatTraceEntry const& entry : trace.entries()) {
         map.append(mapEntry(entry));
+        elementWidth = std::max(elementWidth, int(entry.path.size()));
+        idWidth = std::max(idWidth, int(entry.id.size()));
+    }
     if (out.json()) {
         out.field("map", map);
         return;
     }
-    out.note(QStringLiteral("%1 %2  %3 %4 %5 %6  %7")
-                 .arg("offset", 6)
-                 .arg("length", 6)
-                 .arg("element", -34)
-                 .arg("id", -22)
-                 .arg("type", -14)
-                 .arg("value", -18)
-                 .arg("note"));
+    auto const line = [&](QString const& offset, QString const& length, QString const& element,
+                          QString const& id, QString const& type, QString const& value, QString const& note) {
+        QString text = QStringLiteral("%1 %2  %3  %4  %5 %6 %7")
+                           .arg(offset, 6)
+                           .arg(length, 6)
+                           .arg(element, -elementWidth)
+                           .arg(id, -idWidth)
+                           .arg(type, -14)
+                           .arg(value, -18)
+                           .arg(note);
+        while (text.endsWith(' '))
+            text.chop(1);
+        out.note(text);
+    };
+    line("offset", "length", "element", "id", "type", "value", "note");
     for (FormatTraceEntry const& entry : trace.entries()) {
-        QString const type = entry.encoding.isEmpty() ? entry.type : entry.type + ' ' + entry.encoding;
         QString value = visibleText(entry.value.toUtf8());
         if (value.size() > 18)
             value = value.left(15) + "...";
-        out.note(QStringLiteral("%1 %2  %3 %4 %5 %6  %7")
-                     .arg(qint64(entry.offset), 6)
-                     .arg(qint64(entry.length), 6)
-                     .arg(entry.path, -34)
-                     .arg(entry.id, -22)
-                     .arg(type, -14)
-                     .arg(value, -18)
-                     .arg(entry.note));
+        line(QString::number(entry.offset), QString::number(entry.length), entry.path, entry.id,
+             entry.encoding.isEmpty() ? entry.type : entry.type + ' ' + entry.encoding, value, entry.note);
     }
+}
+
+// Formatting notes on the debug channel only repeat what the map says; warnings still show.
+QtMessageHandler previousHandler = nullptr;
+
+void dropDebugMessage(QtMsgType type, QMessageLogContext const& context, QString const& text)
+{
+    if (type == QtDebugMsg)
+        return;
+    if (previousHandler != nullptr)
+        previousHandler(type, context, text);
+    else
+        fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
 }
 
 // The byte map: the request formatted here, by the plug-in's own code, with a trace of what each
@@ -128,7 +146,9 @@ int runExplain(Output& out, orv::FormatResultsRequest const& request, bool acqui
         out.field("acquired", manager.acquire(id));
     VornFormatOutput output;
     FormatTrace trace;
+    previousHandler = qInstallMessageHandler(dropDebugMessage);
     bool const served = command.formatTraced(request, output, trace);
+    qInstallMessageHandler(previousHandler);
     if (acquire)
         manager.release(id);
     out.field("served", served);
