@@ -168,6 +168,11 @@ for order in little big; do
   od -A x -t x1 -v "$out/formatted-binary-$order.bin" | sed 's/^/  /'
 done
 
+step "Which element wrote which bytes of the binary output (format --explain), and its PLC type"
+id=$(sed -n 's/.*\bid=\([0-9]*\).*/\1/p' "$out/format-session.txt" | head -1)
+host format "$id" docs/examples/format-demo-binary.json --explain | tee "$out/formatted-binary-map.txt"
+host plc-types docs/examples/format-demo-binary.json --records models=4 | tee "$out/format-demo-binary.st"
+
 step "I/O: read I/O 1 (request 12), set I/O 2 to 1 (request 11), read it back"
 host get-io 1 || true
 host set-io 2 1 || true
