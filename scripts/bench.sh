@@ -22,8 +22,9 @@ cmake --build "$build" -j "$(nproc)" --target kestrelvorn $(cd bench && ls *.cpp
 
 results=$build/bench-results
 rm -rf "$results" && mkdir -p "$results"
-for program in "$build"/bench/bench_*; do
-  name=$(basename "$program")
+for source in bench/*.cpp; do
+  name=bench_$(basename "$source" .cpp)
+  program=$build/bench/$name
   [[ $name == bench_soak ]] && continue
   echo "== $name"
   "$program" --benchmark_repetitions="${BENCH_REPETITIONS:-9}" --benchmark_enable_random_interleaving=true \

@@ -112,15 +112,18 @@ template <typename T> QImage ArrayImageConverter::convert(const T* values)
     float lowest = FLT_MAX;
     float highest = -FLT_MAX;
     if constexpr (std::is_same<T, unsigned short>::value) {
-        // In integers the scan vectorises; the float of a 16-bit value is exact, so the range is the same.
-        unsigned short low = 0xFFFF, high = 0;
+        // In integers the scan vectorises; the float of a 16-bit value is exact, so the range is the
+        // same. With the top bit flipped the values order as signed ones, which every SIMD unit can
+        // compare (SSE2 has no unsigned 16-bit minimum).
+        short low = SHRT_MAX, high = SHRT_MIN;
         for (size_t i = 0; i < count; ++i) {
-            low = values[i] < low ? values[i] : low;
-            high = values[i] > high ? values[i] : high;
+            auto const v = static_cast<short>(values[i] ^ 0x8000u);
+            low = v < low ? v : low;
+            high = v > high ? v : high;
         }
         if (count > 0) {
-            lowest = low;
-            highest = high;
+            lowest = static_cast<unsigned short>(low ^ 0x8000);
+            highest = static_cast<unsigned short>(high ^ 0x8000);
         }
     } else {
         for (size_t i = 0; i < count; ++i) {
@@ -158,16 +161,18 @@ template <typename T> QImage ArrayImageConverter::convert(const T* values)
 template <typename T, typename Colour>
 void ArrayImageConverter::paint(QImage& image, const T* values, Colour const& colourOf) const
 {
-    size_t const count = size_t(m_width) * m_height;
-    bool const masked = size_t(m_transparencyMap.size()) == count;
-    for (unsigned int y = 0; y < m_height; ++y) {
+    // Local copies: the picture's stores could otherwise alias the members, reloaded for every pixel.
+    unsigned int const width = m_width;
+    unsigned int const height = m_height;
+    bool const masked = size_t(m_transparencyMap.size()) == size_t(width) * height;
+    for (unsigned int y = 0; y < height; ++y) {
         auto* line = reinterpret_cast<QRgb*>(image.scanLine(static_cast<int>(y)));
-        T const* row = values + size_t(y) * m_width;
-        for (unsigned int x = 0; x < m_width; ++x) {
-            unsigned int colour = colourOf(row[x]);
-            if (masked && m_transparencyMap.at(static_cast<int>(size_t(y) * m_width + x)))
-                colour &= 0x00FFFFFFu;
-            line[x] = colour;
+        T const* row = values + size_t(y) * width;
+        for (unsigned int x = 0; x < width; ++x)
+            line[x] = colourOf(row[x]);
+        for (unsigned int x = 0; masked && x < width; ++x) {
+            if (m_transparencyMap.at(static_cast<int>(size_t(y) * width + x)))
+                line[x] &= 0x00FFFFFFu;
         }
     }
 }
