@@ -169,7 +169,10 @@ DataBlock* VORNFormatResults::execute(DataBlock const* request)
         m_logger.log(RedisLogger::ERROR, "%s: formatting failed: %s", "execute", e.what());
         return block;
     }
-    if (static_cast<uint64_t>(output.size()) > UINT32_MAX) {
+    // Only a 64-bit host can make more than the reply's 32-bit size holds; a variable of 64 bits
+    // keeps the camera's compiler from calling the test always false.
+    uint64_t const outputSize = output.size();
+    if (outputSize > UINT32_MAX) {
         m_logger.log(RedisLogger::ERROR, "%s: %zu bytes of output do not fit the reply", "execute",
                      output.size());
         return block;
