@@ -98,7 +98,7 @@ int PlcTypes::build(Entries const& entries, QString const& prefix, QString const
             records[k].push_back(entries[i]);
         }
         for (Entries const& record : records) {
-            bool same = record.size() == records.front().size();
+            bool same = !records.front().empty() && record.size() == records.front().size();
             for (std::size_t k = 0; same && k < record.size(); ++k)
                 same = record[k].length == records.front()[k].length;
             if (!same)

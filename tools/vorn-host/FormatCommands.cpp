@@ -286,6 +286,8 @@ int runPlcTypes(Output& out, Args& args)
                          QStringList(uncounted.values()).join(", ").toStdString() + " with --records, as " +
                          uncounted.values().first().toStdString() + "=4");
 
+    if (output.size() == 0)
+        throw std::runtime_error(path + " writes nothing: there is no type to make");
     QString const name = QFileInfo(QString::fromStdString(path)).completeBaseName();
     PlcTypes const types(trace.entries(), name, bigEndian);
     QString source =
