@@ -1,5 +1,7 @@
 #include "format/PlcTypes.h"
 
+#include <algorithm>
+
 #include <QMap>
 #include <QRegularExpression>
 #include <QStringList>
@@ -128,6 +130,10 @@ int PlcTypes::build(Entries const& entries, QString const& prefix, QString const
     }
     for (Member const& member : type.members)
         type.size += member.length;
+    // Two lists of one id in one record would otherwise give two types of one name.
+    for (int n = 2;
+         std::any_of(m_types.begin(), m_types.end(), [&](Type const& t) { return t.name == type.name; }); ++n)
+        type.name = name + QLatin1Char('_') + QString::number(n);
     m_types.push_back(type);
     return int(m_types.size()) - 1;
 }
