@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include <QJsonParseError>
@@ -21,18 +22,16 @@ constexpr size_t QtMaxNesting = 1024;
 // Stops the scan at the first repeated key (or at a nesting Qt would refuse anyway).
 struct RepeatedKeyFinder : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, RepeatedKeyFinder>
 {
-    std::vector<std::vector<std::string>> objects; // keys seen in each open object
+    // Keys seen in each open object; hashed, so that an object of a hundred thousand keys costs a
+    // hundred thousand look-ups, not five billion comparisons.
+    std::vector<std::unordered_set<std::string>> objects;
     size_t depth = 0;
     bool repeated = false;
 
     bool Key(char const* name, rapidjson::SizeType length, bool)
     {
-        std::vector<std::string>& keys = objects.back();
-        for (std::string const& key : keys)
-            if (key.size() == length && key.compare(0, length, name, length) == 0)
-                return !(repeated = true);
-        keys.emplace_back(name, length);
-        return true;
+        repeated = !objects.back().emplace(name, length).second;
+        return !repeated;
     }
     bool StartObject()
     {
