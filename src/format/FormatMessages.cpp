@@ -1,5 +1,7 @@
 #include "format/FormatMessages.h"
 
+#include <QLoggingCategory>
+
 FormatMessages::Writer::~Writer()
 {
     // A message written in spacing mode ends with the blank added after its last part; Qt's
@@ -16,8 +18,11 @@ FormatMessages::Writer FormatMessages::add(QtMsgType level)
 
 void FormatMessages::replay() const
 {
-    // The same path as qWarning() and its siblings, so the default category's filter and the
-    // installed handler apply as they did when the options were read.
-    for (Note const& note : m_notes)
-        qt_message_output(note.level, QMessageLogContext(), note.text);
+    // What qWarning() and its siblings do: ask the default category's filter (logging rules can
+    // switch a level off), then hand the text to the installed handler.
+    QLoggingCategory const* const category = QLoggingCategory::defaultCategory();
+    for (Note const& note : m_notes) {
+        if (category == nullptr || category->isEnabled(note.level))
+            qt_message_output(note.level, QMessageLogContext(), note.text);
+    }
 }
