@@ -61,9 +61,10 @@ std::unique_ptr<Frame> FrameClient::waitForFrame(int ms)
 
 std::unique_ptr<Frame> FrameClient::takeOldest()
 {
-    if (m_consume)
-        FrameDirectory::reclaim(m_directory); // frames of a consumer that died with them
-    for (FrameFile const& file : FrameDirectory::list(m_directory, FrameFormat::FramePrefix)) {
+    // A consumer also removes the frames of a consumer that died with them, in the same pass.
+    auto const files = m_consume ? FrameDirectory::reclaimAndList(m_directory, FrameFormat::FramePrefix)
+                                 : FrameDirectory::list(m_directory, FrameFormat::FramePrefix);
+    for (FrameFile const& file : files) {
         if (!m_consume && file.sequence <= m_lastSequence)
             continue;
         std::string path = m_directory + "/" + file.name;

@@ -31,6 +31,16 @@ bool FrameDirectory::ensure(std::string const& path)
 
 std::vector<FrameFile> FrameDirectory::list(std::string const& path, char const* prefix)
 {
+    return scan(path, prefix, false);
+}
+
+std::vector<FrameFile> FrameDirectory::reclaimAndList(std::string const& path, char const* prefix)
+{
+    return scan(path, prefix, true);
+}
+
+std::vector<FrameFile> FrameDirectory::scan(std::string const& path, char const* prefix, bool reclaiming)
+{
     std::vector<FrameFile> files;
     DIR* dir = opendir(path.c_str());
     if (dir == nullptr)
@@ -40,6 +50,8 @@ std::vector<FrameFile> FrameDirectory::list(std::string const& path, char const*
         file.name = entry->d_name;
         if (FrameName::parse(file.name, prefix, &file.sequence, &file.id))
             files.push_back(file);
+        else if (reclaiming)
+            reclaimIfAbandoned(dirfd(dir), file.name);
     }
     closedir(dir);
     std::sort(files.begin(), files.end(),
@@ -47,29 +59,22 @@ std::vector<FrameFile> FrameDirectory::list(std::string const& path, char const*
     return files;
 }
 
-void FrameDirectory::reclaim(std::string const& path)
+void FrameDirectory::reclaimIfAbandoned(int dir, std::string const& name)
 {
-    DIR* dir = opendir(path.c_str());
-    if (dir == nullptr)
-        return;
     std::string const taken = FrameFormat::TakenPrefix;
     std::string const writing = ".writing-";
-    while (dirent* entry = readdir(dir)) {
-        std::string const name = entry->d_name;
-        if (name.compare(0, taken.size(), taken) == 0) {
-            int const fd = openat(dirfd(dir), name.c_str(), O_RDONLY | O_CLOEXEC);
-            // The lock is free only when no claimant holds the file any more.
-            if (fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0)
-                unlinkat(dirfd(dir), name.c_str(), 0);
-            if (fd >= 0)
-                close(fd);
-        } else if (name.compare(0, writing.size(), writing) == 0) {
-            pid_t const writer = static_cast<pid_t>(atol(name.c_str() + writing.size()));
-            if (writer > 0 && kill(writer, 0) != 0 && errno == ESRCH)
-                unlinkat(dirfd(dir), name.c_str(), 0);
-        }
+    if (name.compare(0, taken.size(), taken) == 0) {
+        int const fd = openat(dir, name.c_str(), O_RDONLY | O_CLOEXEC);
+        // The lock is free only when no claimant holds the file any more.
+        if (fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0)
+            unlinkat(dir, name.c_str(), 0);
+        if (fd >= 0)
+            close(fd);
+    } else if (name.compare(0, writing.size(), writing) == 0) {
+        pid_t const writer = static_cast<pid_t>(atol(name.c_str() + writing.size()));
+        if (writer > 0 && kill(writer, 0) != 0 && errno == ESRCH)
+            unlinkat(dir, name.c_str(), 0);
     }
-    closedir(dir);
 }
 
 } // namespace resultsync

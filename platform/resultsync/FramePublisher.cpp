@@ -127,8 +127,7 @@ bool FramePublisher::writeFile(std::string const& path, uint64_t sequence, std::
 
 void FramePublisher::dropOldest()
 {
-    FrameDirectory::reclaim(m_directory);
-    auto const files = FrameDirectory::list(m_directory, FrameFormat::FramePrefix);
+    auto const files = FrameDirectory::reclaimAndList(m_directory, FrameFormat::FramePrefix);
     for (size_t i = 0; i + m_maxFrames < files.size(); ++i)
         unlink((m_directory + "/" + files[i].name).c_str());
 }
