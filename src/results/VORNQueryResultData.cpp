@@ -140,8 +140,9 @@ DataBlock* VORNQueryResultData::readTmpFSData(VORNQueryProcessData_t* request)
 DataBlock* VORNQueryResultData::handleJsonModel(VORNQueryProcessData_t* request)
 {
     std::string const id = field(request->id, sizeof request->id);
-    std::string const key = field(request->key, sizeof request->key);
-    m_logger.log(RedisLogger::DEBUG, "%s: key %s, id %s", "handleJsonModel", key.c_str(), id.c_str());
+    // The key only for the log: printed within its field, not copied (the mask usually drops it).
+    m_logger.log(RedisLogger::DEBUG, "%s: key %.*s, id %s", "handleJsonModel",
+                 static_cast<int>(strnlen(request->key, sizeof request->key)), request->key, id.c_str());
     VORNResultManager::ResultData const* text = m_manager.getSerializedJsonModel(id);
     if (text == nullptr)
         return nullptr;
@@ -151,8 +152,9 @@ DataBlock* VORNQueryResultData::handleJsonModel(VORNQueryProcessData_t* request)
 DataBlock* VORNQueryResultData::handleJsonDiagnostic(VORNQueryProcessData_t* request)
 {
     std::string const id = field(request->id, sizeof request->id);
-    std::string const key = field(request->key, sizeof request->key);
-    m_logger.log(RedisLogger::DEBUG, "%s: key %s, id %s", "handleJsonDiagnostic", key.c_str(), id.c_str());
+    // The key only for the log: printed within its field, not copied (the mask usually drops it).
+    m_logger.log(RedisLogger::DEBUG, "%s: key %.*s, id %s", "handleJsonDiagnostic",
+                 static_cast<int>(strnlen(request->key, sizeof request->key)), request->key, id.c_str());
     VORNResultManager::ResultData const* text = m_manager.getJsonDiagnostic(id);
     if (text == nullptr)
         return nullptr;
