@@ -175,25 +175,19 @@ int runFormat(Plugin& plugin, Output& out, Args& args)
     std::string const json = requestText(readFile(args.at(idOption ? 0 : 1, "DESCRIPTION.json")));
     if (id.size() >= sizeof(orv::FormatResultsRequest::resultId))
         throw UsageError("RESULT_ID has at most 11 characters");
-    if (explain) {
-        orv::FormatResultsRequest request{};
-        memcpy(request.resultId, id.c_str(), id.size() + 1);
-        request.json = json.data();
-        request.jsonLength = static_cast<uint32_t>(json.size());
-        request.busByteOrder = bigEndian ? orv::VORNFormatResults::BigEndianBus : 1234;
+    orv::FormatResultsRequest request{};
+    memcpy(request.resultId, id.c_str(), id.size() + 1);
+    request.json = json.data();
+    request.jsonLength = static_cast<uint32_t>(json.size());
+    request.busByteOrder = bigEndian ? orv::VORNFormatResults::BigEndianBus : 1234;
+    if (explain)
         return runExplain(out, request, acquire);
-    }
 
     if (acquire) {
         Reply acquired = plugin.call(AcquireResultId, id.c_str());
         out.field("acquired", !acquired.empty() && acquired.status() == orv::VornStatus::Success);
     }
 
-    orv::FormatResultsRequest request{};
-    memcpy(request.resultId, id.c_str(), id.size() + 1);
-    request.json = json.data();
-    request.jsonLength = static_cast<uint32_t>(json.size());
-    request.busByteOrder = bigEndian ? orv::VORNFormatResults::BigEndianBus : 1234;
     Reply reply = plugin.call(FormatResults, &request);
     out.reply(reply);
 
