@@ -81,7 +81,7 @@ public:
         int32_t status = -1;
         if (reply != nullptr && reply->data != nullptr)
             memcpy(&status, reply->data, 4);
-        release(reply);
+        test::LoadedPlugin::freeReply(reply, command);
         return status == 0;
     }
 
@@ -107,12 +107,11 @@ public:
         DataBlock* reply = send(FormatResults, &request);
         auto const* record = reply != nullptr ? reinterpret_cast<FormatResultsReply*>(reply->data) : nullptr;
         if (record == nullptr || record->hasData != 1) {
-            release(reply);
+            test::LoadedPlugin::freeReply(reply, FormatResults);
             throw std::runtime_error("the format request was not served");
         }
         std::string output(reinterpret_cast<char const*>(record->data), record->size);
-        ::free(record->data);
-        release(reply);
+        test::LoadedPlugin::freeReply(reply, FormatResults);
         return output;
     }
 
@@ -124,9 +123,8 @@ public:
         if (reply != nullptr && reply->data != nullptr) {
             auto* record = reinterpret_cast<FormatResultsReply*>(reply->data);
             size = record->hasData == 1 ? record->size : 0;
-            ::free(record->data);
         }
-        release(reply);
+        test::LoadedPlugin::freeReply(reply, FormatResults);
         return size;
     }
 
@@ -141,13 +139,6 @@ private:
         block.command = command;
         block.data = static_cast<unsigned char*>(const_cast<void*>(payload));
         return m_call(m_handle, &block);
-    }
-
-    static void release(DataBlock* reply)
-    {
-        if (reply != nullptr)
-            ::free(reply->data);
-        ::free(reply);
     }
 
     test::TempDir m_dir{"kv-bench"};

@@ -20,9 +20,9 @@
 #include "PluginChild.h"
 #include "ProcessMemory.h"
 #include "RedisServer.h"
-#include "ReleaseReply.h"
 #include "ScopedEnv.h"
 #include "core/DataBlock.h"
+#include "device/DeviceReplies.h"
 #include "format/VORNFormatResults.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FrameClient.h"
@@ -131,7 +131,7 @@ public:
         DataBlock block{};
         block.command = id;
         block.data = payload.empty() ? nullptr : payload.data();
-        test::releaseReply(m_call(m_handle, &block), id);
+        test::LoadedPlugin::freeReply(m_call(m_handle, &block), id);
         ++m_sent;
     }
 
@@ -143,7 +143,7 @@ public:
         DataBlock block{};
         block.command = 5;
         block.data = id.data();
-        test::releaseReply(m_call(m_handle, &block), 5);
+        test::LoadedPlugin::freeReply(m_call(m_handle, &block), 5);
         auto const filesIn = [](std::string const& dir) {
             return long(std::distance(std::filesystem::directory_iterator(dir), {}));
         };

@@ -9,12 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "PluginChild.h"
 #include "RedisServer.h"
-#include "ReleaseReply.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "core/ChunkHeader.h"
 #include "core/KestrelVORN.h"
+#include "device/DeviceReplies.h"
 #include "format/VORNFormatResults.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FramePublisher.h"
@@ -115,6 +116,6 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     DataBlock request{};
     request.command = id;
     request.data = payload.empty() ? nullptr : payload.data();
-    test::releaseReply(plugin->vorn.dispatch(&request), id);
+    test::LoadedPlugin::freeReply(plugin->vorn.dispatch(&request), id);
     return 0;
 }

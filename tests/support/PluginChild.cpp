@@ -15,6 +15,8 @@
 #include <unistd.h>
 
 #include "TempDir.h"
+#include "device/DeviceReplies.h"
+#include "format/VORNFormatResults.h"
 
 namespace orv {
 namespace test {
@@ -28,8 +30,12 @@ DataBlock* LoadedPlugin::request(void* handle, int id, void const* payload)
     return handleCall(handle, &block);
 }
 
-void LoadedPlugin::freeReply(DataBlock* reply)
+void LoadedPlugin::freeReply(DataBlock* reply, int command)
 {
+    if (reply != nullptr && reply->data != nullptr && command == 22)
+        free(reinterpret_cast<VORNStatisticReply*>(reply->data)->value);
+    if (reply != nullptr && reply->data != nullptr && command == 26)
+        free(reinterpret_cast<FormatResultsReply*>(reply->data)->data);
     if (reply != nullptr)
         free(reply->data);
     free(reply);

@@ -24,7 +24,9 @@ public:
     // Sends a request the way a host does: a zeroed block of its own with the id and the payload.
     // The reply (or null) is the caller's to free with freeReply.
     DataBlock* request(void* handle, int id, void const* payload);
-    static void freeReply(DataBlock* reply);
+    // Frees a reply as the host does: with the command's id, also the buffer a statistics or
+    // format-results record points to; then the payload and the block.
+    static void freeReply(DataBlock* reply, int command = 0);
 
     // Bytes for the parent, read back as ChildResult::output.
     void send(void const* data, size_t size);
