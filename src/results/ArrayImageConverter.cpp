@@ -125,7 +125,7 @@ template <typename T> QImage ArrayImageConverter::convert(const T* values)
             lowest = static_cast<unsigned short>(low ^ 0x8000);
             highest = static_cast<unsigned short>(high ^ 0x8000);
         }
-    } else {
+    } else if (!m_wrap && m_autoMinMax) { // without a table the range serves only the scaling
         for (size_t i = 0; i < count; ++i) {
             float const v = static_cast<float>(values[i]);
             lowest = v < lowest ? v : lowest;
