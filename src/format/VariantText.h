@@ -1,6 +1,5 @@
-// A value of a result as text, written the way the camera's original Qt 4 based system wrote it:
-// Qt 5 turns a double into its shortest round-trip form ("26.400000000000002"), Qt 4 into 15
-// significant digits ("26.4"), and PLC code reads these texts at fixed lengths.
+// A value of a result as text, a double with 15 significant digits ("26.4") as Qt 4 wrote it, not in
+// Qt 5's shortest round-trip form ("26.400000000000002"): PLC code reads these texts at fixed lengths.
 #pragma once
 
 #include <QString>
