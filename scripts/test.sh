@@ -3,6 +3,7 @@
 #   BUILD_DIR   build folder (default: build)
 #   CI=true     warnings are errors, and a skipped test fails the run
 #   CTEST_ARGS  extra arguments for ctest, e.g. "-L test_logger" (also for the camera build's run)
+#   VORN_SANITIZE=0  skips the sanitizer runs (scripts/sanitize.sh) for quick local runs; CI runs them
 #   VORN_ARMHF=0  skips the camera build (scripts/test-armhf.sh) for quick local runs; CI runs it
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -33,6 +34,13 @@ if [ "${CI:-}" = "true" ] && grep -qE '\*\*\*Skipped|[1-9][0-9]* tests? skipped|
   exit 1
 fi
 echo "test.sh: all tests passed ($root/$build)"
+
+# The same suite under AddressSanitizer with UndefinedBehaviorSanitizer (leaks included), then under
+# ThreadSanitizer: undefined behaviour that a normal run survives fails the run here.
+if [ "${VORN_SANITIZE:-1}" != "0" ]; then
+  scripts/sanitize.sh address,undefined
+  scripts/sanitize.sh thread
+fi
 
 # The same suite built for the camera (ARMv7 hard-float) and run under qemu-arm.
 if [ "${VORN_ARMHF:-1}" != "0" ]; then

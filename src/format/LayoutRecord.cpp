@@ -2,42 +2,35 @@
 
 #include "format/RecordListInterface.h"
 
-namespace {
+LayoutRecord::LayoutRecord(QMap<QString, int> counts) : m_shape(new Shape{std::move(counts), {}}) {}
 
-class LayoutRecordList : public RecordListInterface
-{
-public:
-    LayoutRecordList(int count, QMap<QString, int> const& counts, QSet<QString>& uncounted)
-        : m_count(count), m_counts(counts), m_uncounted(uncounted)
-    {}
-
-    int size() const override { return m_count; }
-    QSharedPointer<RecordInterface> getRecord(int index) override
-    {
-        if (index < 0 || index >= m_count)
-            return {};
-        return QSharedPointer<RecordInterface>(new LayoutRecord(m_counts, m_uncounted));
-    }
-
-private:
-    int m_count;
-    QMap<QString, int> const& m_counts;
-    QSet<QString>& m_uncounted;
-};
-
-} // namespace
-
-LayoutRecord::LayoutRecord(QMap<QString, int> const& counts, QSet<QString>& uncounted)
-    : m_counts(counts), m_uncounted(uncounted)
-{}
+LayoutRecord::LayoutRecord(QSharedPointer<Shape> shape) : m_shape(std::move(shape)) {}
 
 QSharedPointer<RecordListInterface> LayoutRecord::getSubRecords(QString const& id)
 {
-    auto const it = m_counts.constFind(id);
-    if (it == m_counts.constEnd())
-        m_uncounted.insert(id);
-    int const count = it == m_counts.constEnd() ? 0 : it.value();
-    return QSharedPointer<RecordListInterface>(new LayoutRecordList(count, m_counts, m_uncounted));
+    class List : public RecordListInterface
+    {
+    public:
+        List(int count, QSharedPointer<Shape> shape) : m_count(count), m_shape(std::move(shape)) {}
+
+        int size() const override { return m_count; }
+        QSharedPointer<RecordInterface> getRecord(int index) override
+        {
+            if (index < 0 || index >= m_count)
+                return {};
+            return QSharedPointer<RecordInterface>(new LayoutRecord(m_shape));
+        }
+
+    private:
+        int m_count;
+        QSharedPointer<Shape> m_shape;
+    };
+
+    auto const it = m_shape->counts.constFind(id);
+    if (it == m_shape->counts.constEnd())
+        m_shape->uncounted.insert(id);
+    int const count = it == m_shape->counts.constEnd() ? 0 : it.value();
+    return QSharedPointer<RecordListInterface>(new List(count, m_shape));
 }
 
 QByteArray LayoutRecord::getBlob(QString const&)

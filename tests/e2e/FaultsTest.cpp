@@ -8,7 +8,6 @@
 #include <string>
 #include <sys/mount.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -66,20 +65,8 @@ TEST_F(Faults, RedisGoingAwayAndComingBackCostsNoAnswerAndTheCameraPublishesAgai
     CameraSim camera(freeRunning);
     for (int i = 0; i < 500 && camera.frameFiles().size() < 3; ++i) // one result for each part below
         usleep(10000);
-    std::thread restarter([&] {
-        if (waitForFlag(flag("down"))) {
-            m_redis.cache().stop();
-            EXPECT_ANY_THROW(camera.trigger()); // a result the camera cannot store is not published
-            raiseFlag(flag("stopped"));
-        }
-        if (waitForFlag(flag("up"))) {
-            m_redis.cache().start();
-            raiseFlag(flag("started"));
-        }
-        waitForFlag(flag("checked")); // the server it started lives as long as this thread
-    });
-    ChildResult const child = runWithPlugin([&](LoadedPlugin& plugin) {
-        Host host(plugin);
+    PluginChild plugin([&](LoadedPlugin& loaded) {
+        Host host(loaded);
         cycle(host, "before");
         raiseFlag(flag("down"));
         waitForFlag(flag("stopped"));
@@ -90,6 +77,14 @@ TEST_F(Faults, RedisGoingAwayAndComingBackCostsNoAnswerAndTheCameraPublishesAgai
         host.send();
         return 0;
     });
+    ASSERT_TRUE(waitForFlag(flag("down")));
+    m_redis.cache().stop();
+    EXPECT_ANY_THROW(camera.trigger()); // a result the camera cannot store is not published
+    raiseFlag(flag("stopped"));
+    ASSERT_TRUE(waitForFlag(flag("up")));
+    m_redis.cache().start();
+    raiseFlag(flag("started"));
+    ChildResult const child = plugin.wait();
     ASSERT_EQ(child.exitCode, 0) << child.errors;
     std::string const served = "=0/0 image=3/0 format=0/100000003 free=0/0 ";
     EXPECT_EQ(child.output, "before" + served + "down" + served + "after" + served);
@@ -100,25 +95,22 @@ TEST_F(Faults, RedisGoingAwayAndComingBackCostsNoAnswerAndTheCameraPublishesAgai
     std::string id;
     EXPECT_NO_THROW(id = camera.trigger()) << camera.errors();
     EXPECT_TRUE(m_redis.cache().hget("result_" + id, "ModelResult").has_value());
-    raiseFlag(flag("checked"));
-    restarter.join();
 }
 
 TEST_F(Faults, ADeviceServiceKilledInTheMiddleOfACallFailsThatCallAtOnce)
 {
     DBusDaemon bus;
     CameraSim camera({0, "176x132", 8, 3, {"vornTrigger=slow:20000"}});
-    std::thread killer([&] {
-        if (waitForFlag(flag("calling")))
-            usleep(300000), kill(camera.pid(), SIGKILL);
-    });
-    ChildResult const child = runWithPlugin([&](LoadedPlugin& plugin) {
-        Host host(plugin);
+    PluginChild plugin([&](LoadedPlugin& loaded) {
+        Host host(loaded);
         raiseFlag(flag("calling"));
         host.ask("trigger", 9, nullptr).ask("again", 9, nullptr).ask("vendor", 20, "vendor").send();
         return 0;
     });
-    killer.join();
+    ASSERT_TRUE(waitForFlag(flag("calling")));
+    usleep(300000);
+    kill(camera.pid(), SIGKILL);
+    ChildResult const child = plugin.wait();
     EXPECT_EQ(child.output, "trigger=0/100000002 again=0/100000002 vendor=21/0 ");
     EXPECT_THAT(m_redis.cache().logMessages("ERROR"),
                 Contains(HasSubstr("org.freedesktop.DBus.Error.NoReply")));

@@ -39,7 +39,7 @@ public:
             memcpy(&status, reply->data, 4);
             m_out << reply->command << '/' << status << (detail ? "/" + detail(reply->data) : "") << ' ';
         }
-        LoadedPlugin::freeReply(reply);
+        LoadedPlugin::freeReply(reply, id);
         return *this;
     }
     void* handle() const { return m_handle; }
@@ -59,9 +59,7 @@ inline std::string infoValue(unsigned char* data)
 inline std::string statisticValue(unsigned char* data)
 {
     auto* reply = reinterpret_cast<VORNStatisticReply*>(data);
-    std::string const text = reply->size == 4 ? std::to_string(*static_cast<uint32_t*>(reply->value)) : "-";
-    free(reply->value);
-    return text;
+    return reply->size == 4 ? std::to_string(*static_cast<uint32_t*>(reply->value)) : "-";
 }
 
 inline std::string applications(unsigned char* data)
@@ -94,10 +92,8 @@ inline std::string resultData(unsigned char* data)
 inline std::string formatted(unsigned char* data)
 {
     auto* reply = reinterpret_cast<FormatResultsReply*>(data);
-    std::string const text = std::to_string(reply->hasData) + ":" +
-                             std::string(reinterpret_cast<char*>(reply->data), reply->data ? reply->size : 0);
-    free(reply->data);
-    return text;
+    return std::to_string(reply->hasData) + ":" +
+           std::string(reinterpret_cast<char*>(reply->data), reply->data ? reply->size : 0);
 }
 
 inline VORNQueryProcessData_t query(char const* key, std::string const& id)

@@ -59,6 +59,7 @@ protected:
         for (std::string line; std::getline(output, line);)
             run.lines.push_back(line);
         run.err.assign(std::istreambuf_iterator<char>(errors), {});
+        expectNoSanitizerReport(run.err, "kslog");
         return run;
     }
     std::unique_ptr<RedisLogger> logger(char const* source, bool subscribe = false)

@@ -160,9 +160,7 @@ TEST_F(PluginCommands, WhatUsedToEndTheHostIsServedOrRefusedAndTheNextRequestIsS
         request.jsonLength = uint32_t(format.size());
         auto const png = query("z4_amplitude_png", "9");
         auto length = [](unsigned char* data) {
-            auto* reply = reinterpret_cast<FormatResultsReply*>(data);
-            free(reply->data);
-            return std::to_string(reply->size);
+            return std::to_string(reinterpret_cast<FormatResultsReply*>(data)->size);
         };
         Host(plugin)
             .ask("format", 26, &request, length)

@@ -134,8 +134,10 @@ std::string CameraSim::trigger()
 
 int CameraSim::stop()
 {
-    if (m_pid > 0)
+    if (m_pid > 0) {
         m_exitCode = stopProcess(m_pid);
+        expectNoSanitizerReport(errors(), "camsim");
+    }
     if (m_out >= 0) {
         close(m_out);
         m_out = -1;

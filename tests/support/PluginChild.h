@@ -5,8 +5,9 @@
 
 #include <functional>
 #include <string>
-#include <vector>
+#include <sys/types.h>
 
+#include "TempDir.h"
 #include "core/DataBlock.h"
 
 namespace orv {
@@ -48,9 +49,30 @@ struct ChildResult
 std::string pluginPath(); // KV_PLUGIN, or the library this build made
 
 // Runs body in a child that has loaded the plug-in; body's result is the child's exit code. A
-// child still running after timeoutMs ends by its alarm.
-ChildResult runWithPlugin(std::function<int(LoadedPlugin&)> const& body, int timeoutMs = 60000,
-                          std::string const& path = pluginPath());
+// child still running after timeoutMs ends by its alarm. The parent goes on at once, so that its
+// main thread can play the other side (stop a server, kill a service) while the child asks:
+// forking with a second thread of the test running could copy a lock that thread holds.
+class PluginChild
+{
+public:
+    explicit PluginChild(std::function<int(LoadedPlugin&)> const& body, int timeoutMs = 60000,
+                         std::string const& path = pluginPath());
+    ~PluginChild(); // a child not waited for is killed
+    PluginChild(PluginChild const&) = delete;
+    PluginChild& operator=(PluginChild const&) = delete;
+
+    ChildResult wait();
+
+private:
+    TempDir m_dir{"kv-child"};
+    pid_t m_pid = -1;
+};
+
+inline ChildResult runWithPlugin(std::function<int(LoadedPlugin&)> const& body, int timeoutMs = 60000,
+                                 std::string const& path = pluginPath())
+{
+    return PluginChild(body, timeoutMs, path).wait();
+}
 
 } // namespace test
 } // namespace orv

@@ -10,6 +10,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include "KvEmulator.h" // generated: the build's emulator command, empty for a native build
 
 namespace orv {
@@ -94,6 +96,15 @@ int stopProcess(pid_t& pid)
     waitpid(pid, &status, 0);
     pid = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void expectNoSanitizerReport(std::string const& errors, std::string const& program)
+{
+    for (char const* mark : {"Sanitizer:", ": runtime error: "})
+        if (errors.find(mark) != std::string::npos) {
+            ADD_FAILURE() << program << " reported:\n" << errors;
+            return;
+        }
 }
 
 } // namespace test

@@ -27,5 +27,9 @@ pid_t startSocketService(std::vector<std::string> const& argv, std::string const
 // itself (or pid was already -1).
 int stopProcess(pid_t& pid);
 
+// Fails the running test when a program's standard error holds a sanitizer's report: in the
+// sanitizer builds a child's report must fail its test whatever the test checks.
+void expectNoSanitizerReport(std::string const& errors, std::string const& program);
+
 } // namespace test
 } // namespace orv

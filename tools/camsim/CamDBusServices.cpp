@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 
 #include <dbus/dbus.h>
@@ -10,6 +11,7 @@ namespace camsim {
 
 namespace {
 
+constexpr char const* kDefaultSystemBus = "unix:path=/var/run/dbus/system_bus_socket";
 constexpr char const* kImager = "com.orv.imager";
 constexpr char const* kParameters = "com.orv.quillon";
 constexpr char const* kIOManager = "com.orv.iom";
@@ -213,7 +215,15 @@ bool CamDBusServices::connect(std::string& error)
     dbus_threads_init_default();
     DBusError err;
     dbus_error_init(&err);
-    m_connection = dbus_bus_get_private(DBUS_BUS_SYSTEM, &err);
+    // Opened by address and registered by hand: libdbus's own way (dbus_bus_get_private) takes its
+    // global bus lock and the connection's in the opposite order of a later close.
+    char const* address = getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    m_connection = dbus_connection_open_private(address != nullptr ? address : kDefaultSystemBus, &err);
+    if (m_connection != nullptr && !dbus_bus_register(m_connection, &err)) {
+        dbus_connection_close(m_connection);
+        dbus_connection_unref(m_connection);
+        m_connection = nullptr;
+    }
     if (m_connection == nullptr) {
         error = err.message != nullptr ? err.message : "no system bus";
         dbus_error_free(&err);

@@ -268,13 +268,13 @@ int runPlcTypes(Output& out, Args& args)
 
     // The layout is the output of a result of the given counts; what the options say about values
     // that a real result would carry is of no use here.
-    QSet<QString> uncounted;
-    LayoutRecord record(counts, uncounted);
+    LayoutRecord record(counts);
     VornFormatOutput output;
     FormatTrace trace;
     QtMessageHandler const previous = qInstallMessageHandler(discardMessage);
     plan.write(record, output, &trace);
     qInstallMessageHandler(previous);
+    QSet<QString> const uncounted = record.uncounted();
     if (!uncounted.isEmpty())
         throw UsageError("give the number of records of " +
                          QStringList(uncounted.values()).join(", ").toStdString() + " with --records, as " +

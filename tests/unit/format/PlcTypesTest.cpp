@@ -35,8 +35,7 @@ char const* const Fixed = R"({"elements":[{"type":"string","value":"KV"},{"type"
 FormatTrace layoutOf(QByteArray const& description)
 {
     orv::test::MessageCapture quiet;
-    QSet<QString> uncounted;
-    LayoutRecord record({{"models", 2}, {"rois", 3}}, uncounted);
+    LayoutRecord record({{"models", 2}, {"rois", 3}});
     VornFormatOutput out;
     FormatTrace trace;
     VornFormatPlan(QJsonDocument::fromJson(description).toVariant().toMap(), {}).write(record, out, &trace);
