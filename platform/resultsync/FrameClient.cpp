@@ -39,7 +39,7 @@ FrameClient::~FrameClient()
 std::unique_ptr<Frame> FrameClient::waitForFrame(int ms)
 {
     using Clock = std::chrono::steady_clock;
-    auto const deadline = Clock::now() + std::chrono::milliseconds(ms < 0 ? 0 : ms);
+    auto const deadline = Clock::now() + std::chrono::milliseconds(ms);
     for (;;) {
         // Events that arrive after this drain wake the wait below, so nothing published between
         // the scan and the wait is missed.
@@ -54,8 +54,7 @@ std::unique_ptr<Frame> FrameClient::waitForFrame(int ms)
                 return nullptr;
             left = static_cast<int>(remaining.count());
         }
-        if (!waitForChange(left) && ms >= 0 && Clock::now() >= deadline)
-            return nullptr;
+        waitForChange(left);
     }
 }
 
@@ -96,19 +95,16 @@ std::unique_ptr<Frame> FrameClient::takeOldest()
     return nullptr;
 }
 
-bool FrameClient::waitForChange(int ms)
+void FrameClient::waitForChange(int ms)
 {
     if (m_inotify < 0) {
         // Without a watch there is nothing to wait on; sleep in short steps instead of spinning.
         usleep(static_cast<useconds_t>((ms < 0 || ms > 20 ? 20 : ms) * 1000));
-        return false;
+        return;
     }
+    // Woken, timed out or interrupted: the caller looks again either way.
     pollfd p{m_inotify, POLLIN, 0};
-    int ready;
-    do {
-        ready = poll(&p, 1, ms);
-    } while (ready < 0 && errno == EINTR);
-    return ready > 0;
+    poll(&p, 1, ms);
 }
 
 void FrameClient::drainEvents()

@@ -29,7 +29,7 @@ public:
 
 private:
     std::unique_ptr<Frame> takeOldest();
-    bool waitForChange(int ms);
+    void waitForChange(int ms);
     void drainEvents();
 
     std::string m_directory;

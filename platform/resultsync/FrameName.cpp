@@ -34,7 +34,8 @@ bool FrameName::parse(std::string const& name, char const* prefix, uint64_t* seq
     size_t const prefixLength = strlen(prefix);
     size_t const suffixLength = strlen(FrameFormat::Suffix);
     size_t const digits = 20;
-    if (name.size() < prefixLength + digits + 1 + suffixLength || name.compare(0, prefixLength, prefix) != 0)
+    // The sequence, a dash and an id of one character at least: publishers refuse an empty id.
+    if (name.size() < prefixLength + digits + 2 + suffixLength || name.compare(0, prefixLength, prefix) != 0)
         return false;
     if (name.compare(name.size() - suffixLength, suffixLength, FrameFormat::Suffix) != 0)
         return false;

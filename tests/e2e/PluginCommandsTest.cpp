@@ -18,8 +18,11 @@
 #include "HostSession.h"
 #include "Process.h"
 #include "RedisServer.h"
+#include "Require.h"
+#include "ResourceUsage.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
+#include "resultsync/FrameClient.h"
 #include "resultsync/FramePublisher.h"
 
 using namespace orv;
@@ -95,6 +98,68 @@ TEST_F(PluginCommands, EveryIdAnswersWithItsReplyCodeStatusAndRecordOnTheSimulat
                             "id=none id=none id=none id=none id=none id=none id=none nullhandle=none");
     EXPECT_THAT(m_redis.cache().logMessages("ERROR"), IsSupersetOf({"[VORN] unsupported command given: 3",
                                                                     "[VORN] unsupported command given: -1"}));
+}
+
+TEST_F(PluginCommands, RoundsOfEveryCommandLeaveTheHostsHeapDescriptorsAndMappingsAsTheyWere)
+{
+    DBusDaemon bus;
+    CameraSim camera;
+    std::string const format = R"({"format":{"elements":[{"type":"string","value":"KV"},
+        {"type":"uint32","id":"evaltime","format":{"dataencoding":"binary","order":"busdepending"}},
+        {"type":"float32","id":"statistics_frame_duration_mean"},{"type":"blob","id":"json_model"},
+        {"type":"records","id":"models","elements":[{"type":"uint8","id":"allROIsGood"},
+            {"type":"records","id":"rois","elements":[{"type":"int16","id":"id"}]}]}]}})";
+
+    ChildResult const child = runWithPlugin([&](LoadedPlugin& plugin) {
+        auto round = [&] {
+            Host host(plugin);
+            host.ask("trigger", 9, nullptr);
+            std::unique_ptr<resultsync::Frame> const next = resultsync::FrameClient(false).waitForFrame(2000);
+            std::string const id = next ? next->getId() : "none";
+            FormatResultsRequest request{};
+            strncpy(request.resultId, id.c_str(), sizeof request.resultId - 1);
+            request.json = format.data();
+            request.jsonLength = uint32_t(format.size());
+            int32_t const io1[] = {1}, setIo1[] = {1, 1}, application2[] = {2};
+            auto const results = statistic("number_of_results", 3);
+            auto const image = query("distance_image", id), model = query("json_model", id),
+                       diagnostic = query("json_diagnostic", id), png = query("z4_amplitude_png", id);
+            host.ask("acquire", 4, id.c_str())
+                .ask("image", 2, &image)
+                .ask("model", 2, &model)
+                .ask("diagnostic", 2, &diagnostic)
+                .ask("png", 2, &png)
+                .ask("format", 26, &request)
+                .ask("free", 5, id.c_str())
+                .ask("valid", 27, R"({"elements":[]})")
+                .ask("invalid", 27, R"({"elements":[{"type":"uint8","id":"x","format":{"base":1}}]})")
+                .ask("vendor", 20, "vendor")
+                .ask("address", 20, "ipv4_address")
+                .ask("get", 12, io1)
+                .ask("set", 11, setIo1)
+                .ask("apps", 14, nullptr)
+                .ask("switch", 17, application2)
+                .ask("stats", 22, &results)
+                .ask("unsupported", 3, nullptr);
+        };
+        for (int i = 0; i < 10; ++i) // caches and first-use tables fill here
+            round();
+        ResourceUsage const before = ResourceUsage::now();
+        for (int i = 0; i < 100; ++i)
+            round();
+        ResourceUsage const growth = ResourceUsage::now() - before;
+        plugin.send(&growth, sizeof growth);
+        return 0;
+    });
+    ASSERT_EQ(child.exitCode, 0) << child.errors;
+    ResourceUsage growth;
+    ASSERT_EQ(child.output.size(), sizeof growth);
+    memcpy(&growth, child.output.data(), sizeof growth);
+    EXPECT_EQ(growth.descriptors, 0);
+    EXPECT_EQ(growth.mappings, 0);
+    // One reply, text or buffer left behind per round would be some kilobytes.
+    KV_REQUIRE(heapIsCounted(), "the heap is counted only with the allocator's cache off (run by ctest)");
+    EXPECT_LT(growth.heap, 2048);
 }
 
 TEST_F(PluginCommands, WithoutTheCamerasServicesOrARequestPayloadEachCommandAnswersItsFailureStatus)

@@ -72,17 +72,21 @@ int runChild(std::function<int(LoadedPlugin&)> const& body, std::string const& p
 {
     LoadedPlugin plugin;
     plugin.outFd = outFd;
-    void* lib = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (lib == nullptr) {
-        fprintf(stderr, "dlopen: %s\n", dlerror());
-        return 125;
+    void* lib = nullptr;
+    if (!path.empty()) {
+        lib = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (lib == nullptr) {
+            fprintf(stderr, "dlopen: %s\n", dlerror());
+            return 125;
+        }
+        plugin.init = reinterpret_cast<LoadedPlugin::InitFn>(dlsym(lib, "VORN_init"));
+        plugin.handleCall = reinterpret_cast<LoadedPlugin::HandleCallFn>(dlsym(lib, "VORN_handle_call"));
+        if (plugin.init == nullptr || plugin.handleCall == nullptr)
+            return 124;
     }
-    plugin.init = reinterpret_cast<LoadedPlugin::InitFn>(dlsym(lib, "VORN_init"));
-    plugin.handleCall = reinterpret_cast<LoadedPlugin::HandleCallFn>(dlsym(lib, "VORN_handle_call"));
-    if (plugin.init == nullptr || plugin.handleCall == nullptr)
-        return 124;
     int const code = body(plugin);
-    dlclose(lib);
+    if (lib != nullptr)
+        dlclose(lib);
     return code;
 }
 

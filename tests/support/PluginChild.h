@@ -74,5 +74,12 @@ inline ChildResult runWithPlugin(std::function<int(LoadedPlugin&)> const& body, 
     return PluginChild(body, timeoutMs, path).wait();
 }
 
+// The same child without the plug-in (its entry points stay null), for a test that changes the
+// process itself: closes standard input, lowers a limit.
+inline ChildResult runInChild(std::function<int(LoadedPlugin&)> const& body, int timeoutMs = 60000)
+{
+    return PluginChild(body, timeoutMs, "").wait();
+}
+
 } // namespace test
 } // namespace orv

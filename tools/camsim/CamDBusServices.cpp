@@ -37,6 +37,8 @@ constexpr FaultName kFaultNames[] = {
     {"novariant", Fault::NoVariant},
     {"noindex", Fault::MissingIndex},
     {"wideindex", Fault::WideIndex},
+    {"valuetype", Fault::ValueType},
+    {"textcode", Fault::TextCode},
 };
 
 void appendInt(DBusMessageIter* it, int32_t value)
@@ -61,7 +63,10 @@ void appendResult(DBusMessageIter* it, int code, char const* text, Fault const& 
         code = fault.value;
         text = "simulated failure";
     }
-    appendInt(it, code);
+    if (fault.kind == Fault::TextCode)
+        appendText(it, std::to_string(code).c_str());
+    else
+        appendInt(it, code);
     if (fault.kind == Fault::WrongType)
         appendInt(it, 0);
     else
@@ -381,7 +386,10 @@ DBusMessage* CamDBusServices::getParameter(DBusMessage* call, Fault const& fault
     DBusMessageIter it;
     dbus_message_iter_init_append(answer, &it);
     appendResult(&it, known ? 0 : -2, known ? "" : "unknown parameter", fault);
-    appendText(&it, value.c_str());
+    if (fault.kind == Fault::ValueType)
+        appendInt(&it, 0);
+    else
+        appendText(&it, value.c_str());
     appendTail(&it, fault);
     return answer;
 }
@@ -401,7 +409,11 @@ DBusMessage* CamDBusServices::getHWInfo(DBusMessage* call, Fault const& fault)
     dbus_message_iter_open_container(&it, DBUS_TYPE_ARRAY, dictSignature(fault, 's'), &dict);
     for (auto const& entry : info) {
         char const* value = entry.second.c_str();
-        appendEntry(&dict, entry.first.c_str(), DBUS_TYPE_STRING, &value, fault);
+        int32_t const number = 0;
+        if (fault.kind == Fault::ValueType)
+            appendEntry(&dict, entry.first.c_str(), DBUS_TYPE_INT32, &number, fault);
+        else
+            appendEntry(&dict, entry.first.c_str(), DBUS_TYPE_STRING, &value, fault);
     }
     dbus_message_iter_close_container(&it, &dict);
     appendTail(&it, fault);
@@ -497,7 +509,9 @@ DBusMessage* CamDBusServices::pinCall(DBusMessage* call, std::string const& meth
     DBusMessageIter it;
     dbus_message_iter_init_append(answer, &it);
     appendResult(&it, code, text, fault);
-    if (!isSet)
+    if (!isSet && fault.kind == Fault::ValueType)
+        appendText(&it, std::to_string(value).c_str());
+    else if (!isSet)
         appendInt(&it, value);
     appendTail(&it, fault);
     return answer;

@@ -35,6 +35,8 @@ struct Fault
         NoVariant,     // dictionary values that are plain texts instead of variants
         MissingIndex,  // applications without "Index"
         WideIndex,     // "Index" as a 64-bit integer with bits set above the low 32
+        ValueType,     // the value after the result has the wrong type: an int32 for a text, and back
+        TextCode,      // the result code sent as a text
     };
     Kind kind = None;
     int value = 0;

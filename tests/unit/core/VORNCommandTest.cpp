@@ -5,10 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QJsonDocument>
-#include <QJsonParseError>
-
-#include "core/JsonParser.h"
 #include "core/KestrelVORN.h"
 #include "core/VORNCommand.h"
 
@@ -47,32 +43,4 @@ TEST(GetCommand, FindsOnlyExactIds)
     EXPECT_EQ(get_command(table, 3), nullptr); // the next key up is 4, not 3
     EXPECT_EQ(get_command(table, 5), nullptr);
     EXPECT_EQ(get_command(table, -1), nullptr);
-}
-
-TEST(JsonParser, GivesQtsResultWithoutShadowedMembersAndRefusesWhatIsNoJsonWithQtsMessage)
-{
-    struct Case
-    {
-        char const* text;
-        char const* expected; // compact JSON, or Qt's error text
-    } const cases[] = {
-        {R"({"a":{"x":1},"b":[0.1,-7,1e300],"a":{"y":[1,{"z":2,"z":3}]}})",
-         R"({"a":{"y":[1,{"z":3}]},"b":[0.1,-7,1e+300]})"},
-        {R"({"a":{"x":1},"a":2,"a")", "missing name separator"}, // repeated, then no JSON: never given to Qt
-        {R"({"format":)", "unterminated object"},
-        {"{\"a\x04\":1}", "unterminated string"},   // a raw control character only Qt would read
-        {"{\"a\":\"\\x\"}", "unterminated string"}, // an escape only Qt would read
-        {"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[", "unterminated array"}};
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.text);
-        QJsonParseError error{};
-        QJsonDocument const document = orv::JsonParser::parse(QByteArray(c.text), &error);
-        EXPECT_EQ(error.error == QJsonParseError::NoError
-                      ? document.toJson(QJsonDocument::Compact).toStdString()
-                      : error.errorString().toStdString(),
-                  c.expected);
-    }
-    QJsonParseError deep{};
-    orv::JsonParser::parse(QByteArray(2000, '['), &deep);
-    EXPECT_EQ(deep.error, QJsonParseError::DeepNesting);
 }

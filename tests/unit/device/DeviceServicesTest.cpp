@@ -2,6 +2,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <tuple>
 
 #include <gmock/gmock.h>
@@ -94,34 +95,110 @@ protected:
     }
 
     std::unique_ptr<CameraSim> camera;
-    std::vector<int> indices;
-    int active = -1;
-    int value = -1;
-    std::string text = "unchanged";
-    std::map<std::string, std::string> info;
 };
 
-TEST_F(DeviceTest, ConnectorRejectsRepliesThatBreakTheServicesConventionAndLeavesTheOutputsAlone)
+TEST_F(DeviceTest, ConnectorRejectsRepliesThatBreakTheServicesConventionAndSaysWhyInTheLog)
 {
-    start({"vornTrigger=code:5", "getParameter=type", "getPinStatus=code:7", "setPinStatus=extra",
-           "getHWInfo=novariant", "getApplicationList=noindex"});
-    // The trigger's single value is the service's own code, as it stands.
-    EXPECT_EQ(connector().releaseTrigger(), 5);
-    camera->setFault("vornTrigger", "extra");
-    EXPECT_EQ(connector().releaseTrigger(), VornStatus::DeviceFailure);
-
-    EXPECT_FALSE(connector().getDeviceParam("Name", text));
-    camera->setFault("getParameter", "double");
-    EXPECT_FALSE(connector().getDeviceParam("Name", text));
-    EXPECT_EQ(text, "unchanged");
-    EXPECT_FALSE(connector().getIO(1, value));
-    EXPECT_EQ(value, -1);
-    EXPECT_FALSE(connector().setIO(3, 1));
-    EXPECT_FALSE(connector().getHWInfo(info));
-    EXPECT_EQ(connector().getApplicationList(indices, active), VornStatus::DeviceFailure);
-    EXPECT_THAT(log(), IsSupersetOf({"Expected one retval, but got 2", "DBUS_TYPE_INT32 expected",
-                                     "Unsupported dbus type 100", "setIO: PIN(3) state(1) res: 0",
-                                     "Key 'Index' not found in map"}));
+    start();
+    camera->setPin(3, 13, 0);
+    std::string text;
+    int value = -1;
+    std::map<std::string, std::string> info;
+    std::vector<int> indices;
+    int active = -1;
+    // What a call answers: its result, and what it left in its outputs.
+    std::function<std::string()> const trigger = [&] { return std::to_string(connector().releaseTrigger()); };
+    std::function<std::string()> const parameter = [&] {
+        text = "unchanged";
+        bool const ok = connector().getDeviceParam("Name", text);
+        return std::to_string(ok) + ":" + text;
+    };
+    std::function<std::string()> const hardware = [&] {
+        info = {{"kept", "yes"}};
+        bool const ok = connector().getHWInfo(info);
+        return std::to_string(ok) + ":" + std::to_string(info.size());
+    };
+    std::function<std::string()> const pin = [&] {
+        value = -1;
+        bool const ok = connector().getIO(3, value);
+        return std::to_string(ok) + ":" + std::to_string(value);
+    };
+    std::function<std::string()> const mode = [&] {
+        value = -1;
+        bool const ok = connector().getIOMode(3, value);
+        return std::to_string(ok) + ":" + std::to_string(value);
+    };
+    std::function<std::string()> const set = [&] { return std::to_string(connector().setIO(3, 1)); };
+    std::function<std::string()> const applications = [&] {
+        indices.clear();
+        return std::to_string(connector().getApplicationList(indices, active));
+    };
+    std::function<std::string()> const switchTo = [&] {
+        return std::to_string(connector().activateApplication(2));
+    };
+    std::function<std::string()> const statistics = [&] {
+        std::map<std::string, unsigned int> data;
+        int const status = connector().getStatisticData(data);
+        return std::to_string(status) + ":" + std::to_string(data.size());
+    };
+    struct Case
+    {
+        char const* fault; // method=kind, as camsim takes it
+        std::function<std::string()> const& call;
+        char const* answer;
+        std::vector<std::string> logged; // the ERROR entries, in order
+    } const cases[] = {
+        {"vornTrigger=code:5", trigger, "5", {}}, // the trigger's single value is the service's own code
+        {"vornTrigger=extra", trigger, "100000002", {"Expected one retval, but got 2"}},
+        {"vornTrigger=type", trigger, "100000002", {"Expected DBUS_TYPE_INT32, but got 115"}},
+        {"vornTrigger=error", trigger, "100000002", {"Error calling dbus method: com.orv.Error.Failed"}},
+        {"vornTrigger=double", trigger, "100000002", {"Unsupported dbus type 100"}},
+        {"getParameter=code:7", parameter, "0:unchanged", {"Error (7) occured: simulated failure"}},
+        {"getParameter=type", parameter, "0:unchanged", {"DBUS_TYPE_INT32 expected"}},
+        {"getParameter=extra", parameter, "0:unchanged", {"Expected three retval, but got 4"}},
+        {"getParameter=valuetype", parameter, "0:unchanged", {"Expected DBUS_TYPE_STRING, but got 105"}},
+        {"getParameter=textcode", parameter, "0:unchanged", {"DBUS_TYPE_INT32 expected"}},
+        {"getHWInfo=novariant", hardware, "0:1", {"DBUS_TYPE_VARIANT expected!", "err process dict"}},
+        {"getHWInfo=baddict",
+         hardware,
+         "0:1",
+         {"DBUS_TYPE_STRING (key and values have to be strings in map) expected!", "err process dict"}},
+        {"getHWInfo=extra", hardware, "0:1", {"Expected three retvals, but got 4"}},
+        {"getHWInfo=valuetype", hardware, "0:1", {"Expected DBUS_TYPE_STRING, but got 105"}},
+        {"getPinStatus=code:7", pin, "0:-1", {"Error (7) occured: simulated failure"}},
+        {"getPinStatus=extra", pin, "0:-1", {"Expected three retvals, but got 4"}},
+        {"getPinStatus=valuetype", pin, "0:-1", {"Expected DBUS_TYPE_INT32, but got 115"}},
+        {"getIOMode=none", mode, "1:13", {"getIOMode: PIN(3) mode: 13"}}, // success, logged at ERROR
+        {"getIOMode=type", mode, "0:-1", {"DBUS_TYPE_INT32 expected"}},
+        {"setPinStatus=extra",
+         set,
+         "0",
+         {"Expected two retvals, but got 3", "setIO: PIN(3) state(1) res: 0"}},
+        {"setPinStatus=none",
+         set,
+         "0",
+         {"Error (-3) occured: pin is not an output", "setIO: PIN(3) state(1) res: 0"}},
+        {"getApplicationList=noindex", applications, "100000002", {"Key 'Index' not found in map"}},
+        {"getApplicationList=extra", applications, "100000002", {"Expected DBUS_TYPE_DICT, but got 105"}},
+        {"getApplicationList=code:3", applications, "100000002", {"Error (3) occured: simulated failure"}},
+        {"switchApplication=code:9", switchTo, "9", {}},
+        {"switchApplication=extra", switchTo, "100000002", {"Expected 2 retvals, but got 3"}},
+        {"getStatistics=code:5", statistics, "100000002:0", {"Expected 4 retvals, but got 6"}},
+        {"getStatistics=error",
+         statistics,
+         "100000002:0",
+         {"Error calling dbus method: com.orv.Error.Failed"}},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.fault);
+        std::string const fault = c.fault;
+        std::string const method = fault.substr(0, fault.find('='));
+        camera->setFault(method, fault.substr(fault.find('=') + 1));
+        deviceBus.services->redis.cache().command({"DEL", "LOG:ENTRIES"});
+        EXPECT_EQ(c.call(), c.answer);
+        EXPECT_EQ(deviceBus.services->redis.cache().logMessages("ERROR"), c.logged);
+        camera->setFault(method, "none");
+    }
 }
 
 TEST_F(DeviceTest, StatisticsAnswerTheCounterInTheRequestedRepresentationAndAnUnknownKeyAsZero)

@@ -86,3 +86,37 @@ TEST_F(FormatCommandsTest, TakesDeviceValuesBeforeTheTreeBlobsFromTheFrameAndThe
     EXPECT_EQ(format("5", json, 4321), "0 100000003 1 0 442\x09\xC4rest");
     EXPECT_EQ(format("5", json, 1234), "0 100000003 1 0 442\xC4\x09rest");
 }
+
+TEST_F(FormatCommandsTest, GathersBlobsOfEveryKindInOrderAndLeavesOutAChunkItCannotNumber)
+{
+    for (char const* id : {"5", "x5"}) {
+        m_redis.cache().hset(std::string("result_") + id, "ModelResult", R"({"ApplicationIndex":2})");
+        m_redis.cache().hset(std::string("result_") + id, "DiagnosticData", R"({"d":1})");
+    }
+    std::string const distance(5000, 'd'), amplitude(6000, 'a'); // large enough to be referred to
+    resultsync::FramePublisher publisher(8, m_frameDir.path());
+    ASSERT_TRUE(publisher.publish(
+        "5", {{"distance_image", distance.data(), 5000}, {"amplitude_image", amplitude.data(), 6000}}));
+    ASSERT_TRUE(m_manager.acquire("5"));
+    std::string const json = R"({"format":{"elements":[{"type":"string","value":"<"},
+        {"type":"blob","id":"distance_image"},
+        {"type":"string","value":"|"},{"type":"blob","id":"amplitude_image"},{"type":"string","value":"|"},
+        {"type":"blob","id":"json_model"},{"type":"blob","id":"diagnostic_data"},
+        {"type":"blob","id":"json_diagnostic"},{"type":"string","value":"|"}]}})";
+    std::string const output = format("5", json);
+
+    // The derived chunks as the result manager keeps them; the diagnostic text's is made here, as
+    // the manager hands that one out once per result.
+    auto kept = [](VORNResultManager::ResultData const* data) {
+        return data ? std::string(static_cast<char const*>(data->data), size_t(data->size)) : "missing";
+    };
+    uint32_t const header[12] = {305, 48 + 7, 48, 2, 7, 1, 0, 0, 5, 0, 0, 0};
+    std::string const diagnostic = std::string(reinterpret_cast<char const*>(header), 48) + R"({"d":1})";
+    EXPECT_EQ(output, "0 100000003 1 0 <" + distance + "|" + amplitude + "|" +
+                          kept(m_manager.getSerializedJsonModel("5")) +
+                          kept(m_manager.getDiagnosticData("5")) + diagnostic + "|");
+
+    ASSERT_TRUE(m_manager.release("5"));
+    EXPECT_EQ(format("x5", json), "0 100000003 1 0 <|||");
+    EXPECT_THAT(m_redis.cache().logMessages("ERROR"), Contains("getBlob(json_model): stoul"));
+}

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
@@ -11,6 +12,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "PluginChild.h"
+#include "ResourceUsage.h"
 #include "TempDir.h"
 #include "resultsync/FrameClient.h"
 #include "resultsync/FramePublisher.h"
@@ -104,6 +107,7 @@ TEST_F(FrameQueueTest, SkipsAndRemovesFrameFilesThatAreNotSoundAndRefusesWhatDoe
     EXPECT_FALSE(publisher.publish("3", {{"k", "x", 1}, {"", "x", 1}}));
     ASSERT_TRUE(publisher.publish(std::string(31, '2'), {{std::string(63, 'k'), "x", 1}}));
 
+    EXPECT_EQ(takeAll(false), std::string(31, '2') + " ");
     EXPECT_EQ(takeAll(true), std::string(31, '2') + " ");
     EXPECT_EQ(files(), 0);
 }
@@ -130,4 +134,47 @@ TEST_F(FrameQueueTest, ReclaimsWhatAHostOrAWriterThatDiedLeftButNeverAFrameStill
     EXPECT_EQ(takeAll(true), "2 3 "); // and so does a consuming client
     EXPECT_EQ(files(), 1);
     EXPECT_EQ(held->getId(), "1");
+}
+
+TEST_F(FrameQueueTest, ServesAHostWithoutStandardInputAndLeavesNothingBehindRoundAfterRound)
+{
+    orv::test::ChildResult const child = orv::test::runInChild([&](orv::test::LoadedPlugin& parent) {
+        close(STDIN_FILENO); // as in a daemon: 0 is then the first descriptor a watch or a file gets
+        std::string report;
+        {
+            FrameClient waiting(true, dir.path());
+            std::thread late([&] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                publish("1");
+            });
+            auto const start = std::chrono::steady_clock::now();
+            std::unique_ptr<Frame> const frame = waiting.waitForFrame(10000);
+            late.join();
+            bool const woken = std::chrono::steady_clock::now() - start < std::chrono::seconds(5);
+            report += (frame ? frame->getId() : "none") + (woken ? " woken, " : " at the time-out, ");
+        }
+        auto round = [&](int i) {
+            std::string const id = std::to_string(i);
+            int const held = open("/dev/null", O_RDONLY); // 0 while the clients set up their watches,
+            FrameClient observer(false, dir.path()), consumer(true, dir.path());
+            close(held); // then free again for the files they open
+            std::ofstream(dir.file("taken-00000000000000000000-0.kvf")) << "claimed by a host that died";
+            publish(id);
+            std::unique_ptr<Frame> const seen = observer.waitForFrame(0), taken = consumer.waitForFrame(0);
+            if (!seen || !taken || seen->getId() != id || taken->getId() != id)
+                report += "lost " + id + ", ";
+        };
+        for (int i = 2; i < 12; ++i)
+            round(i);
+        orv::test::ResourceUsage const before = orv::test::ResourceUsage::now();
+        for (int i = 12; i < 112; ++i)
+            round(i);
+        orv::test::ResourceUsage const growth = orv::test::ResourceUsage::now() - before;
+        report += "descriptors +" + std::to_string(growth.descriptors) + ", mappings +" +
+                  std::to_string(growth.mappings) + (growth.heap < 2048 ? ", heap flat" : ", heap grew");
+        parent.send(report);
+        return 0;
+    });
+    EXPECT_EQ(child.output, "1 woken, descriptors +0, mappings +0, heap flat") << child.errors;
+    EXPECT_EQ(files(), 0);
 }
