@@ -65,11 +65,12 @@ void FrameDirectory::reclaimIfAbandoned(int dir, std::string const& name)
     std::string const writing = ".writing-";
     if (name.compare(0, taken.size(), taken) == 0) {
         int const fd = openat(dir, name.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            return;
         // The lock is free only when no claimant holds the file any more.
-        if (fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0)
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0)
             unlinkat(dir, name.c_str(), 0);
-        if (fd >= 0)
-            close(fd);
+        close(fd);
     } else if (name.compare(0, writing.size(), writing) == 0) {
         pid_t const writer = static_cast<pid_t>(atol(name.c_str() + writing.size()));
         if (writer > 0 && kill(writer, 0) != 0 && errno == ESRCH)

@@ -1,12 +1,9 @@
 #include "format/VornFormatPlanCache.h"
 
-#include <QHash>
-
 std::shared_ptr<VornFormatPlan const> VornFormatPlanCache::find(QByteArray const& text, bool bigEndianBus)
 {
-    uint const hash = qHash(text);
     for (auto it = m_entries.begin(); it != m_entries.end(); ++it) {
-        if (it->hash == hash && it->bigEndianBus == bigEndianBus && it->text == text) {
+        if (it->bigEndianBus == bigEndianBus && it->text == text) {
             m_entries.splice(m_entries.begin(), m_entries, it);
             return it->plan;
         }
@@ -22,6 +19,5 @@ void VornFormatPlanCache::insert(QByteArray const& text, bool bigEndianBus,
     if (m_entries.size() >= size_t(Capacity))
         m_entries.pop_back();
     // A deep copy: the text may be a view over the host's request buffer.
-    m_entries.push_front(
-        {qHash(text), bigEndianBus, QByteArray(text.constData(), text.size()), std::move(plan)});
+    m_entries.push_front({bigEndianBus, QByteArray(text.constData(), text.size()), std::move(plan)});
 }

@@ -25,7 +25,6 @@ public:
 private:
     struct Entry
     {
-        uint hash;
         bool bigEndianBus;
         QByteArray text;
         std::shared_ptr<VornFormatPlan const> plan;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "RedisServer.h"
+#include "ResourceUsage.h"
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "format/VORNFormatResults.h"
@@ -119,4 +120,19 @@ TEST_F(FormatCommandsTest, GathersBlobsOfEveryKindInOrderAndLeavesOutAChunkItCan
     ASSERT_TRUE(m_manager.release("5"));
     EXPECT_EQ(format("x5", json), "0 100000003 1 0 <|||");
     EXPECT_THAT(m_redis.cache().logMessages("ERROR"), Contains("getBlob(json_model): stoul"));
+}
+
+TEST_F(FormatCommandsTest, AnswersEachOfEverChangingDescriptionsWithoutTheHostGrowing)
+{
+    auto const request = [&](int i) {
+        std::string const text = std::to_string(i);
+        return format("7", R"({"format":{"elements":[{"type":"string","value":")" + text + R"("}]}})") ==
+               "0 100000003 1 0 " + text;
+    };
+    for (int i = 0; i < 20; ++i)
+        ASSERT_TRUE(request(i));
+    test::ResourceUsage const before = test::ResourceUsage::now();
+    for (int i = 20; i < 220; ++i)
+        ASSERT_TRUE(request(i % 10 == 0 ? 0 : i)); // one kept description among new ones
+    EXPECT_LT((test::ResourceUsage::now() - before).heap, 2048);
 }

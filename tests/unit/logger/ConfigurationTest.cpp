@@ -99,6 +99,15 @@ TEST_F(Configuration, RefusesTextsThatWouldBreakTheLoggerAndKeepsWorkingWithTheS
     // The kept expression matches in time proportional to the message, never by backtracking.
     EXPECT_EQ(kscom->log(RedisLogger::ERROR, "%s", std::string(499, 'a').c_str()), 0);
     EXPECT_EQ(redis().llen("LOG:ENTRIES"), 6);
+
+    // Set directly, the same checks: a long number is refused only as a count or back-reference.
+    redis().command({"DEL", "LOG:ENTRIES"});
+    kscom->setConfig(0xF0, 0, "x\\d123456{2}");
+    kscom->setConfig(0xF0, 6, "(a)\\123456");
+    EXPECT_THAT(redis().logMessages("ERROR"),
+                ElementsAre("Log configuration not applied: max logs(0) is below 1",
+                            "Log configuration not applied: SigSegV Regexp((a)\\123456) does not compile: a "
+                            "repeat count or back-reference of more than five digits"));
 }
 
 TEST_F(Configuration, StoresConfigurationsThatLaterLoggersStartWithSilently)

@@ -88,6 +88,7 @@ TEST_F(EntryWrite, WritesReadyMessagesOfTheGivenLengthAndCrashesOnAMatchEvenWhen
     EXPECT_EQ(logger->log(RedisLogger::DEBUG, "a fatal thing"), 0); // dropped before it could match
     EXPECT_EQ(logger->logFixed(RedisLogger::WARN, "abcdef", 3), 0);
     EXPECT_EQ(logger->logFixed(RedisLogger::WARN, "abcdef", 0), 0); // 0: up to the zero
+    EXPECT_EQ(logger->logFixed(RedisLogger::DEBUG, "masked out", 0), 0);
     EXPECT_THAT(redis().logMessages(), ElementsAre("abc", "abcdef"));
 
     signal(SIGSEGV, SIG_DFL); // sanitizers catch SIGSEGV; the plain outcome is what matters

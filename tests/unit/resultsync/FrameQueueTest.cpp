@@ -16,6 +16,7 @@
 #include "ResourceUsage.h"
 #include "TempDir.h"
 #include "resultsync/FrameClient.h"
+#include "resultsync/FrameFormat.h"
 #include "resultsync/FramePublisher.h"
 
 using orv::resultsync::Frame;
@@ -61,6 +62,13 @@ TEST_F(FrameQueueTest, WakesAWaitingClientAndHandsOutEveryItemByKeyInPlaceAndAli
     EXPECT_EQ(memcmp(data, pixels.data(), size), 0);
     EXPECT_EQ(frame->getData("Image", &size), nullptr);
     EXPECT_EQ(size, 0u);
+
+    // A single item's data begins where a second index entry would: it is never read as one.
+    orv::resultsync::FrameFormat::IndexEntry const ghost{"ghost", 0, 8};
+    ASSERT_TRUE(publisher.publish("43", {{"entry", &ghost, sizeof ghost}}));
+    std::unique_ptr<Frame> const single = FrameClient(true, dir.path()).waitForFrame(0);
+    ASSERT_TRUE(single);
+    EXPECT_EQ(single->getData("ghost", &size), nullptr);
 }
 
 TEST_F(FrameQueueTest, ConsumersClaimEachFrameOnceOldestFirstWhileAnObserverLeavesThemInPlace)
