@@ -1,5 +1,7 @@
 #include "format/VornFormatSettings.h"
 
+#include <algorithm>
+
 #include <QSet>
 
 namespace {
@@ -40,11 +42,11 @@ bool take(QMap<QString, QVariant> const& options, QSet<QString>& used, char cons
 int bounded(QVariant const& value, char const* key, int limit, FormatMessages& messages)
 {
     int const requested = value.toInt();
-    if (requested >= 0 && requested <= limit)
-        return requested;
-    messages.add(QtCriticalMsg).nospace()
-        << "Unexpect value of '" << key << "' " << value << ", using " << (requested < 0 ? 0 : limit);
-    return requested < 0 ? 0 : limit;
+    int const held = std::clamp(requested, 0, limit);
+    if (held != requested)
+        messages.add(QtCriticalMsg).nospace()
+            << "Unexpect value of '" << key << "' " << value << ", using " << held;
+    return held;
 }
 
 } // namespace

@@ -7,13 +7,28 @@
 #include <malloc.h>
 #include <string>
 
+#include <gtest/gtest.h>
+
 namespace orv {
 namespace test {
+namespace {
+
+bool heapIsCounted()
+{
+    char const* tunables = getenv("GLIBC_TUNABLES");
+    return tunables != nullptr && strstr(tunables, "glibc.malloc.tcache_count=0") != nullptr &&
+           strstr(tunables, "glibc.malloc.arena_max=1") != nullptr;
+}
+
+} // namespace
 
 ResourceUsage ResourceUsage::now()
 {
     ResourceUsage usage;
-    usage.heap = static_cast<long long>(mallinfo2().uordblks);
+    if (heapIsCounted())
+        usage.heap = static_cast<long long>(mallinfo2().uordblks);
+    else if (getenv("CI") != nullptr && strcmp(getenv("CI"), "true") == 0)
+        ADD_FAILURE() << "the heap is not counted: run the tests through ctest, which sets GLIBC_TUNABLES";
     if (DIR* dir = opendir("/proc/self/fd")) {
         while (readdir(dir) != nullptr)
             ++usage.descriptors;
@@ -23,12 +38,6 @@ ResourceUsage ResourceUsage::now()
     for (std::string line; std::getline(maps, line);)
         ++usage.mappings;
     return usage;
-}
-
-bool heapIsCounted()
-{
-    char const* tunables = getenv("GLIBC_TUNABLES");
-    return tunables != nullptr && strstr(tunables, "glibc.malloc.tcache_count=0") != nullptr;
 }
 
 } // namespace test

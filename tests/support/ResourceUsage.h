@@ -8,8 +8,9 @@ namespace test {
 
 struct ResourceUsage
 {
-    // Heap bytes in use as the C library's allocator counts them. Its per-thread cache keeps freed
-    // blocks as if in use, so the tests run with it off (GLIBC_TUNABLES, set by tests/CMakeLists.txt).
+    // Heap bytes in use as the C library's allocator counts them. Exact only with its per-thread
+    // cache off and one arena for all threads (GLIBC_TUNABLES, as tests/CMakeLists.txt sets it for
+    // ctest); 0 otherwise, which fails the test in CI.
     long long heap = 0;
     int descriptors = 0;
     int mappings = 0;
@@ -20,9 +21,6 @@ struct ResourceUsage
         return {heap - before.heap, descriptors - before.descriptors, mappings - before.mappings};
     }
 };
-
-// Whether the allocator's per-thread cache is off, so that the heap figure means what it says.
-bool heapIsCounted();
 
 } // namespace test
 } // namespace orv

@@ -28,7 +28,8 @@ QSharedPointer<RecordInterface> mainRecord(char const* json)
 TEST(RecordViews, ListModelsInKeyOrderNumberedByTheLastThreeCharactersAndGoodOnlyWithoutFaults)
 {
     MessageCapture quiet;
-    auto const models = mainRecord(R"({"model_001":{"numGood":1,"ROIs":{"4":{"v":1}}},
+    auto const models = mainRecord(R"({"model_001":{"numGood":1,"ROIs":{"10":{"v":1},"9":{"v":2},"2":{"v":3}},
+            "ROIsUpdated":{"ROIs":[{"id":9,"v":4},{"id":5,"v":5}]}},
         "model_002":{"numGood":0}, "model_003":{"numGood":2,"numInvalid":1},
         "model_004":{"numGood":2,"numUnderSP1":1}, "model_005":{"numGood":2,"numOverSP2":3},
         "model_012":{"x":1}, "model_7":{"numGood":1}, "Model_006":{"numGood":1}, "other":{"numGood":1}})")
@@ -41,8 +42,14 @@ TEST(RecordViews, ListModelsInKeyOrderNumberedByTheLastThreeCharactersAndGoodOnl
         EXPECT_EQ(models->getRecord(i)->getValue("allROIsGood"), idAndGood[i].second) << i;
     }
     EXPECT_TRUE(models->getRecord(-1).isNull() && models->getRecord(7).isNull());
+    // ROIs in numeric order of their keys; an update replaces a listed ROI and adds none.
     auto const rois = models->getRecord(0)->getSubRecords("rois");
-    EXPECT_TRUE(rois->getRecord(-1).isNull() && rois->getRecord(1).isNull());
+    QStringList listed;
+    for (int i = 0; i < rois->size(); ++i)
+        listed << rois->getRecord(i)->getValue("id").toString() + ":" +
+                      rois->getRecord(i)->getValue("v").toString();
+    EXPECT_EQ(listed, QStringList({"2:3", "9:4", "10:1"}));
+    EXPECT_TRUE(rois->getRecord(-1).isNull() && rois->getRecord(3).isNull());
 }
 
 TEST(RecordViews, TheMainRecordReadsItsNamedValuesFromTheirPlacesInTheResult)

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "LoggerTestSupport.h"
+#include "ResourceUsage.h"
 
 using namespace orv::test;
 using namespace ::testing;
@@ -108,6 +109,22 @@ TEST_F(Configuration, RefusesTextsThatWouldBreakTheLoggerAndKeepsWorkingWithTheS
                 ElementsAre("Log configuration not applied: max logs(0) is below 1",
                             "Log configuration not applied: SigSegV Regexp((a)\\123456) does not compile: a "
                             "repeat count or back-reference of more than five digits"));
+}
+
+TEST_F(Configuration, ReadsTextAfterTextWithoutKeepingAnyOfThem)
+{
+    auto kscom = makeLogger("KSCOM", true);
+    ASSERT_TRUE(redis().waitForSubscribers("LOGGER:CFG"));
+    auto texts = [&](int from, int to) { // each announced in an entry, counted without reading it
+        for (int i = from; i < to; ++i)
+            publish(R"({"source":"KSCOM","max":)" + std::to_string(100 + i) + "}");
+        EXPECT_TRUE(waitUntil([&] { return redis().llen("LOG:ENTRIES") == to; }));
+    };
+    texts(0, 5);
+    ResourceUsage const before = ResourceUsage::now();
+    texts(5, 105);
+    // A text kept is some 250 bytes; the listener's own buffers may have grown by a few kilobytes.
+    EXPECT_LT((ResourceUsage::now() - before).heap, 12000);
 }
 
 TEST_F(Configuration, StoresConfigurationsThatLaterLoggersStartWithSilently)

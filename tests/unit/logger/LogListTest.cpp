@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "LoggerTestSupport.h"
+#include "ResourceUsage.h"
 
 using namespace orv::test;
 using namespace ::testing;
@@ -62,6 +63,21 @@ TEST_F(EntryWrite, WritesALogOnceTextOncePerProcessAcrossLoggers)
     first->logOnce(RedisLogger::WARN, "calibration %d missing", 8);
 
     EXPECT_THAT(redis().logMessages(), ElementsAre("calibration 7 missing", "calibration 8 missing"));
+}
+
+TEST_F(EntryWrite, LoggersThatComeAndGoLeaveNoConnectionListenerOrMemoryBehind)
+{
+    auto lifetimes = [&](int count) {
+        for (int i = 0; i < count; ++i) // every other one starts and stops the configuration listener
+            makeLogger("brief", i % 2 == 0)->log(RedisLogger::ERROR, "entry %d", i);
+    };
+    lifetimes(4);
+    ResourceUsage const before = ResourceUsage::now();
+    lifetimes(60);
+    ResourceUsage const growth = ResourceUsage::now() - before;
+    EXPECT_EQ(growth.descriptors, 0);
+    EXPECT_LT(growth.heap, 2048);
+    EXPECT_EQ(redis().llen("LOG:ENTRIES"), 64);
 }
 
 TEST_F(EntryWrite, ReportsTheLostServerOnceThenOnlyThatItIsNotConnected)
