@@ -180,8 +180,7 @@ void RedisLoggerPimpl::init(redisContext* connection, bool subscribeConfig)
     if (!subscribeConfig)
         return;
     g_pimpls->insert(this);
-    // The first logger to register starts the thread; a later one again if that thread could not start.
-    if (g_configThread == nullptr)
+    if (g_pimpls->size() == 1 && g_configThread == nullptr)
         startConfigThread(this);
 }
 

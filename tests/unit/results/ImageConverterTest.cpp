@@ -80,6 +80,35 @@ TEST(GreyScaleArrayImageConverter, GivesA16BitArrayTheSamePictureAsTheSameValues
     }
 }
 
+// Three colours: black, green, white.
+class ThreeColours : public orv::ArrayImageConverter
+{
+public:
+    ThreeColours() { initColorMap(); }
+
+protected:
+    void initColorMap() override
+    {
+        m_colorMap = {0xFF000000u, 0xFF00FF00u, 0xFFFFFFFFu};
+        m_colorMapSize = 3;
+    }
+};
+
+TEST(ArrayImageConverter, BloatsItsColourMapWithColoursInterpolatedBetweenEachPairAndPaintsOnePixel)
+{
+    ThreeColours converter;
+    converter.bloatColorMap(0);
+    converter.bloatColorMap(2);
+    converter.setConverterParams(orv::ConverterParams{false, false, false, false, 0, 7, 0});
+    unsigned int const expected[] = {0xFF000000u, 0xFF005500u, 0xFF00AA00u, 0xFF00FF00u,
+                                     0xFF55FF55u, 0xFFAAFFAAu, 0xFFFFFFFFu};
+    for (int k = 0; k < 7; ++k)
+        EXPECT_EQ(converter.convertPoint(float(k)), expected[k]) << k;
+    converter.setSize(1, 1);
+    float const one = 3;
+    EXPECT_EQ(converter.convert_array(&one).pixel(0, 0), expected[3]);
+}
+
 // A converter whose colour map was never made.
 class Uncoloured : public orv::ArrayImageConverter
 {

@@ -5,9 +5,11 @@
 
 #include <chrono>
 #include <cmath>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <unistd.h>
 
 #include <QImage>
 #include <QJsonDocument>
@@ -61,6 +63,30 @@ TEST_F(ResultManagerTest, PersisterKeepsModelsAsJsonTextInTheModelResultFieldOfT
     EXPECT_TRUE(persister.rm("result_1"));
     EXPECT_FALSE(persister.get("result_1", model));
     EXPECT_THAT(errors(), ElementsAre("getJson: Wrong type(4) returned ((null)) for result_1#"));
+
+    // The persisters' logger takes run-time configuration like any other: it announces a change.
+    ASSERT_TRUE(redis().waitForSubscribers("LOGGER:CFG"));
+    redis().command({"PUBLISH", "LOGGER:CFG", R"({"source":"ResultModelRedisPersister","max":77})"});
+    auto const announced = [] {
+        for (std::string const& entry : redis().lrange("LOG:ENTRIES"))
+            if (entry.find("\"S\":\"ResultModelRedisPersister\"") != std::string::npos &&
+                entry.find("max logs(77)") != std::string::npos)
+                return true;
+        return false;
+    };
+    for (int i = 0; i < 500 && !announced(); ++i)
+        usleep(10000);
+    EXPECT_TRUE(announced());
+
+    // A persister whose server went away fails every operation and goes on.
+    signal(SIGPIPE, SIG_IGN);
+    orv::test::RedisServer gone;
+    orv::ResultModelRedisPersister lost(QString::fromStdString(gone.socketPath()));
+    gone.stop();
+    EXPECT_FALSE(lost.put("result_1", model));
+    EXPECT_FALSE(lost.putJson("result_1", "{}"));
+    EXPECT_EQ(lost.getJson("result_1"), QString());
+    EXPECT_FALSE(lost.rm("result_1"));
 }
 
 TEST_F(ResultManagerTest, HandsOutOnlyTheAcquiredFrameInPlaceAndTakesANewFrameOnEveryAcquire)

@@ -101,6 +101,14 @@ TEST_F(FrameQueueTest, KeepsTheNewestFramesInOrderAcrossARestartAndRemovesEveryt
     ASSERT_EQ(files(), 2);
     none.removeAll();
     EXPECT_EQ(files(), 0);
+
+    // A folder that cannot be made is said once, at the start; one that can is made silently.
+    std::ofstream(dir.file("plain")) << "a file, not a folder";
+    testing::internal::CaptureStderr();
+    FramePublisher(1, dir.file("made/on/demand"));
+    FramePublisher(1, dir.file("plain/frames"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "FramePublisher: cannot create " + dir.file("plain/frames") + ": Not a directory\n");
 }
 
 TEST_F(FrameQueueTest, SkipsAndRemovesFrameFilesThatAreNotSoundAndRefusesWhatDoesNotFit)
