@@ -52,15 +52,8 @@ VORNResultManager::VORNResultManager(RedisLogger& logger) : resultsync::FrameCli
     m_persister.reset(new ResultModelRedisPersister(QString::fromStdString(Paths::redisCacheSocket())));
 }
 
-VORNResultManager::~VORNResultManager()
-{
-    m_persister.reset();
-    m_jsonModels.clear();
-    m_redisResults.clear();
-    // Buffers still registered are deliberately not given back: the host may still read them.
-    m_resMap.clear();
-    m_frame.reset();
-}
+// Buffers still registered are deliberately not given back: the host may still read them.
+VORNResultManager::~VORNResultManager() = default;
 
 bool VORNResultManager::acquire(const std::string& id)
 {

@@ -280,7 +280,7 @@ TEST_F(IOPinsOnDevices, IOCommandsReadAnyPinAndWriteOnlyPinsInOutputMode)
     EXPECT_EQ(camera->pin(3), std::make_pair(14, 1));
 
     camera->setFault("*", "error");
-    EXPECT_EQ(run<VORNGetIO>(int32_t{2}, 12)[0], VornStatus::DeviceFailure);
+    EXPECT_EQ(run<VORNGetIO>(int32_t{2}, 12), (std::vector<int32_t>{VornStatus::DeviceFailure, 2, 0}));
     EXPECT_EQ(run<VORNSetIO>(std::array<int32_t, 2>{1, 0})[0], VornStatus::DeviceFailure);
 }
 
