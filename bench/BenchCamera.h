@@ -16,19 +16,12 @@
 #include "TempDir.h"
 #include "core/ChunkHeader.h"
 #include "core/DataBlock.h"
+#include "core/CommandId.h"
 #include "format/VORNFormatResults.h"
 #include "resultsync/FramePublisher.h"
 
 namespace orv {
 namespace bench {
-
-enum Command : int
-{
-    QueryResultData = 2,
-    AcquireResultId = 4,
-    FreeRequestId = 5,
-    FormatResults = 26,
-};
 
 // A chunk of 16-bit pixels behind its header, as the camera writes an image plane.
 inline std::vector<unsigned char> imageChunk(unsigned width, unsigned height, unsigned seed = 13)
@@ -85,15 +78,15 @@ public:
         return status == 0;
     }
 
-    bool acquire(std::string const& id) { return call(AcquireResultId, id.c_str()); }
-    bool free(std::string const& id) { return call(FreeRequestId, id.c_str()); }
+    bool acquire(std::string const& id) { return call(CommandId::AcquireResultId, id.c_str()); }
+    bool free(std::string const& id) { return call(CommandId::FreeResultId, id.c_str()); }
 
     bool query(std::string const& key, std::string const& id)
     {
         char request[512] = {};
         memcpy(request, key.data(), key.size());
         memcpy(request + 256, id.data(), id.size());
-        return call(QueryResultData, request);
+        return call(CommandId::QueryResultData, request);
     }
 
     // A format-results request; the output's bytes, or an error when the request was not served.
@@ -104,27 +97,27 @@ public:
         request.json = json.data();
         request.jsonLength = static_cast<uint32_t>(json.size());
         request.busByteOrder = busByteOrder;
-        DataBlock* reply = send(FormatResults, &request);
+        DataBlock* reply = send(CommandId::FormatResults, &request);
         auto const* record = reply != nullptr ? reinterpret_cast<FormatResultsReply*>(reply->data) : nullptr;
         if (record == nullptr || record->hasData != 1) {
-            test::LoadedPlugin::freeReply(reply, FormatResults);
+            test::LoadedPlugin::freeReply(reply, CommandId::FormatResults);
             throw std::runtime_error("the format request was not served");
         }
         std::string output(reinterpret_cast<char const*>(record->data), record->size);
-        test::LoadedPlugin::freeReply(reply, FormatResults);
+        test::LoadedPlugin::freeReply(reply, CommandId::FormatResults);
         return output;
     }
 
     // Only the size: the benchmarks' timed loops do not copy the output once more.
     size_t formatSize(FormatResultsRequest const& request)
     {
-        DataBlock* reply = send(FormatResults, &request);
+        DataBlock* reply = send(CommandId::FormatResults, &request);
         size_t size = 0;
         if (reply != nullptr && reply->data != nullptr) {
             auto* record = reinterpret_cast<FormatResultsReply*>(reply->data);
             size = record->hasData == 1 ? record->size : 0;
         }
-        test::LoadedPlugin::freeReply(reply, FormatResults);
+        test::LoadedPlugin::freeReply(reply, CommandId::FormatResults);
         return size;
     }
 

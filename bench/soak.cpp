@@ -23,6 +23,7 @@
 #include "ScopedEnv.h"
 #include "core/DataBlock.h"
 #include "device/DeviceReplies.h"
+#include "core/CommandId.h"
 #include "format/VORNFormatResults.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FrameClient.h"
@@ -55,14 +56,18 @@ public:
     // One request of a random command, valid or not; acquires only when a result is waiting.
     void request()
     {
-        static int const ids[] = {2, 4, 5, 9, 10, 11, 12, 14, 17, 20, 22, 26, 27, 3, 0, -7};
+        using namespace CommandId;
+        static int const ids[] = {QueryResultData,    AcquireResultId, FreeResultId,   AsyncTrigger,
+                                  SyncTrigger,        SetIO,           GetIO,          GetApplicationList,
+                                  SetApplication,     QueryDeviceInfo, QueryStatisticInfo, FormatResults,
+                                  ValidateFormat,     3,               0,              -7}; // and some unknown
         int const id = ids[pick(sizeof ids / sizeof ids[0])];
         bool const valid = pick(4) != 0;
         std::vector<unsigned char> payload;
         FormatResultsRequest format{};
         std::string json;
         switch (id) {
-        case 4:
+        case AcquireResultId:
             if (valid) {
                 std::unique_ptr<resultsync::Frame> next = m_observer->waitForFrame(0);
                 if (!next)
@@ -71,15 +76,15 @@ public:
             }
             text(valid ? m_id : std::string(), payload);
             break;
-        case 5:
+        case FreeResultId:
             text(valid ? m_id : "77", payload);
             break;
-        case 9:
-        case 10:
+        case AsyncTrigger:
+        case SyncTrigger:
             if (pick(50) != 0)
                 return; // every trigger publishes a result: seldom, so the camera keeps its 30 a second
             break;
-        case 2: {
+        case QueryResultData: {
             static char const* const keys[] = {"distance_image",   "json_model", "json_diagnostic",
                                                "z4_amplitude_png", "x_image",    "bogus"};
             payload.assign(512, 0);
@@ -88,19 +93,19 @@ public:
             memcpy(payload.data() + 256, m_id.data(), m_id.size());
             break;
         }
-        case 11:
-        case 12:
-        case 17: {
+        case SetIO:
+        case GetIO:
+        case SetApplication: {
             int32_t const values[2] = {valid ? int32_t(1 + pick(3)) : int32_t(pick(100) - 50),
                                        int32_t(pick(2))};
             payload.assign(reinterpret_cast<unsigned char const*>(values),
                            reinterpret_cast<unsigned char const*>(values + 2));
             break;
         }
-        case 20:
+        case QueryDeviceInfo:
             text(valid ? "mac_address" : std::string(300, 'v'), payload);
             break;
-        case 22: {
+        case QueryStatisticInfo: {
             VORNStatisticRequest statistic{};
             strcpy(statistic.key, valid ? "number_of_results" : "none");
             statistic.representation = valid ? int32_t(1 + pick(4)) : 9;
@@ -108,7 +113,7 @@ public:
                            reinterpret_cast<unsigned char*>(&statistic + 1));
             break;
         }
-        case 26:
+        case FormatResults:
             json =
                 valid
                     ? R"({"format":{"elements":[{"type":"string","value":"<"},{"type":"uint16","id":"evaltime"},
@@ -122,7 +127,7 @@ public:
             payload.assign(reinterpret_cast<unsigned char*>(&format),
                            reinterpret_cast<unsigned char*>(&format + 1));
             break;
-        case 27:
+        case ValidateFormat:
             text(valid ? R"({"elements":[{"type":"string","value":"x"}]})" : "{\"elements\":[", payload);
             break;
         default:
@@ -141,9 +146,9 @@ public:
         std::vector<unsigned char> id;
         text(m_id, id);
         DataBlock block{};
-        block.command = 5;
+        block.command = CommandId::FreeResultId;
         block.data = id.data();
-        test::LoadedPlugin::freeReply(m_call(m_handle, &block), 5);
+        test::LoadedPlugin::freeReply(m_call(m_handle, &block), CommandId::FreeResultId);
         auto const filesIn = [](std::string const& dir) {
             return long(std::distance(std::filesystem::directory_iterator(dir), {}));
         };

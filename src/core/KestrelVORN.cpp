@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "core/CommandId.h"
 #include "core/Paths.h"
 #include "core/VORNCommand.h"
 #include "device/MirelDBusConnector.h"
@@ -20,6 +21,7 @@
 #include "results/VORNQueryResultData.h"
 
 using orv::Logger::RedisLogger;
+namespace CommandId = orv::CommandId;
 
 KestrelVORN::KestrelVORN()
     : m_logger("KSCOM", orv::Paths::redisCacheSocket().c_str(), "LOG:ENTRIES", true),
@@ -27,19 +29,19 @@ KestrelVORN::KestrelVORN()
 {
     // Commands are added in the order of the protocol's command table; command objects are never
     // deleted, only the table's nodes.
-    addCommand(20, new orv::VORNQueryDeviceInfo(m_connector, m_logger));
-    addCommand(2, new orv::VORNQueryResultData(m_resultManager, m_logger));
-    addCommand(4, new orv::VORNAcquireResultID(m_resultManager, m_logger));
-    addCommand(5, new orv::VORNFreeRequestID(m_resultManager, m_logger));
-    addCommand(9, new orv::VORNAsyncTrigger(m_connector, m_logger));
-    addCommand(10, new orv::VORNSyncTrigger(m_connector, m_logger));
-    addCommand(12, new orv::VORNGetIO(m_connector, m_logger));
-    addCommand(11, new orv::VORNSetIO(m_connector, m_logger));
-    addCommand(14, new orv::VORNGetApplicationList(m_connector, m_logger));
-    addCommand(17, new orv::VORNSetApplication(m_connector, m_logger));
-    addCommand(22, new orv::VORNQueryStatisticInfo(m_connector, m_logger));
-    addCommand(26, new orv::VORNFormatResults(m_resultManager, m_logger));
-    addCommand(27, new orv::VornFormatterJsonValidator(m_logger));
+    addCommand(CommandId::QueryDeviceInfo, new orv::VORNQueryDeviceInfo(m_connector, m_logger));
+    addCommand(CommandId::QueryResultData, new orv::VORNQueryResultData(m_resultManager, m_logger));
+    addCommand(CommandId::AcquireResultId, new orv::VORNAcquireResultID(m_resultManager, m_logger));
+    addCommand(CommandId::FreeResultId, new orv::VORNFreeRequestID(m_resultManager, m_logger));
+    addCommand(CommandId::AsyncTrigger, new orv::VORNAsyncTrigger(m_connector, m_logger));
+    addCommand(CommandId::SyncTrigger, new orv::VORNSyncTrigger(m_connector, m_logger));
+    addCommand(CommandId::GetIO, new orv::VORNGetIO(m_connector, m_logger));
+    addCommand(CommandId::SetIO, new orv::VORNSetIO(m_connector, m_logger));
+    addCommand(CommandId::GetApplicationList, new orv::VORNGetApplicationList(m_connector, m_logger));
+    addCommand(CommandId::SetApplication, new orv::VORNSetApplication(m_connector, m_logger));
+    addCommand(CommandId::QueryStatisticInfo, new orv::VORNQueryStatisticInfo(m_connector, m_logger));
+    addCommand(CommandId::FormatResults, new orv::VORNFormatResults(m_resultManager, m_logger));
+    addCommand(CommandId::ValidateFormat, new orv::VornFormatterJsonValidator(m_logger));
 }
 
 KestrelVORN::~KestrelVORN() = default;

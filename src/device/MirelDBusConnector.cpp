@@ -1,7 +1,6 @@
 #include "device/MirelDBusConnector.h"
 
 #include <cstdio>
-#include <ctime>
 #include <memory>
 #include <mutex>
 
@@ -32,81 +31,10 @@ constexpr char const* kImager = "com.orv.imager";
 constexpr char const* kParameters = "com.orv.quillon";
 constexpr char const* kIOManager = "com.orv.iom";
 
-bool isTextType(int type)
-{
-    return type == DBUS_TYPE_STRING || type == DBUS_TYPE_OBJECT_PATH || type == DBUS_TYPE_SIGNATURE;
-}
-
-// Reads the basic value under the iterator. Texts are copied so that they outlive the reply; wider
-// numbers than the value word keep their low 32 bits (only dictionary values can be of such types).
-DBUS_ARG_T readBasic(DBusMessageIter* it, int type)
-{
-    DBusBasicValue raw;
-    raw.u64 = 0;
-    dbus_message_iter_get_basic(it, &raw);
-    DBUS_ARG_T arg;
-    arg.type = type;
-    if (isTextType(type)) {
-        auto text = std::make_shared<std::string>(raw.str != nullptr ? raw.str : "");
-        arg.value.s = text->c_str();
-        arg.storage = text;
-        return arg;
-    }
-    switch (type) {
-    case DBUS_TYPE_BOOLEAN:
-        arg.value.u = raw.bool_val ? 1 : 0;
-        break;
-    case DBUS_TYPE_BYTE:
-        arg.value.u = raw.byt;
-        break;
-    case DBUS_TYPE_INT16:
-        arg.value.i = raw.i16;
-        break;
-    case DBUS_TYPE_UINT16:
-        arg.value.u = raw.u16;
-        break;
-    case DBUS_TYPE_INT32:
-        arg.value.i = raw.i32;
-        break;
-    default:
-        arg.value.u = static_cast<uint32_t>(raw.u64);
-        break;
-    }
-    return arg;
-}
-
-bool appendBasic(DBusMessageIter* it, DBUS_ARG_T const& arg)
-{
-    switch (arg.type) {
-    case DBUS_TYPE_BOOLEAN: {
-        dbus_bool_t value = arg.value.u != 0;
-        return dbus_message_iter_append_basic(it, arg.type, &value);
-    }
-    case DBUS_TYPE_BYTE: {
-        unsigned char value = static_cast<unsigned char>(arg.value.u);
-        return dbus_message_iter_append_basic(it, arg.type, &value);
-    }
-    case DBUS_TYPE_INT32:
-    case DBUS_TYPE_UINT32:
-        return dbus_message_iter_append_basic(it, arg.type, &arg.value.i);
-    case DBUS_TYPE_STRING:
-        return arg.value.s != nullptr && dbus_message_iter_append_basic(it, arg.type, &arg.value.s);
-    default:
-        return false;
-    }
-}
-
-bool isIntegerType(int type)
-{
-    return type == DBUS_TYPE_INT32 || type == DBUS_TYPE_UINT32 || type == DBUS_TYPE_BYTE ||
-           type == DBUS_TYPE_BOOLEAN || type == DBUS_TYPE_INT16 || type == DBUS_TYPE_UINT16 ||
-           type == DBUS_TYPE_INT64 || type == DBUS_TYPE_UINT64;
-}
-
 } // namespace
 
 MirelDBusConnector::MirelDBusConnector(RedisLogger& logger)
-    : m_connection(nullptr), m_error(new DBusError), m_logger(logger)
+    : m_connection(nullptr), m_error(new DBusError), m_logger(logger), m_codec(logger)
 {
     // libdbus must know it runs threaded before the first connection exists.
     static std::once_flag threadsReady;
@@ -153,13 +81,9 @@ int MirelDBusConnector::dbusCall(std::string service, std::string method, std::l
         m_logger.log(RedisLogger::ERROR, "Message Null");
         return VornStatus::DeviceFailure;
     }
-    DBusMessageIter args;
-    dbus_message_iter_init_append(request.get(), &args);
-    for (DBUS_ARG_T const& arg : in) {
-        if (!appendBasic(&args, arg)) {
-            m_logger.log(RedisLogger::ERROR, "Out Of Memory!");
-            return VornStatus::DeviceFailure;
-        }
+    if (!DBusMessageCodec::encode(request.get(), in)) {
+        m_logger.log(RedisLogger::ERROR, "Out Of Memory!");
+        return VornStatus::DeviceFailure;
     }
 
     MessagePtr reply(exchange(request.get()));
@@ -171,11 +95,7 @@ int MirelDBusConnector::dbusCall(std::string service, std::string method, std::l
         m_logger.log(RedisLogger::ERROR, "Error calling dbus method: %s", name != nullptr ? name : "");
         return VornStatus::DeviceFailure;
     }
-
-    DBusMessageIter values;
-    if (!dbus_message_iter_init(reply.get(), &values))
-        return VornStatus::Success; // a reply without values
-    return dBusProcessArgs(&values, out);
+    return m_codec.decode(reply.get(), out);
 }
 
 DBusMessage* MirelDBusConnector::exchange(DBusMessage* request)
@@ -203,77 +123,12 @@ DBusMessage* MirelDBusConnector::exchange(DBusMessage* request)
 
 int MirelDBusConnector::dBusProcessArgs(DBusMessageIter* it, std::list<DBUS_ARG_T>& out)
 {
-    int result = VornStatus::Success;
-    int type;
-    while ((type = dbus_message_iter_get_arg_type(it)) != DBUS_TYPE_INVALID) {
-        switch (type) {
-        case DBUS_TYPE_ARRAY:
-        case DBUS_TYPE_STRUCT: {
-            DBusMessageIter inner;
-            dbus_message_iter_recurse(it, &inner);
-            int const innerResult = dBusProcessArgs(&inner, out);
-            if (innerResult != VornStatus::Success)
-                result = innerResult;
-            break;
-        }
-        case DBUS_TYPE_BOOLEAN:
-        case DBUS_TYPE_INT32:
-        case DBUS_TYPE_STRING:
-        case DBUS_TYPE_UINT32:
-        case DBUS_TYPE_BYTE:
-            out.push_back(readBasic(it, type));
-            break;
-        case DBUS_TYPE_DICT_ENTRY: {
-            auto dict = std::make_shared<DBusDict>();
-            if (!dbusProcessDict(it, dict.get())) {
-                m_logger.log(RedisLogger::ERROR, "err process dict");
-                return VornStatus::DeviceFailure;
-            }
-            DBUS_ARG_T arg;
-            arg.type = DBUS_TYPE_DICT_ENTRY;
-            arg.value.dict = dict.get();
-            arg.storage = dict;
-            out.push_back(arg);
-            // The dictionary took the whole run of entries; the iterator already stands after it.
-            continue;
-        }
-        default:
-            m_logger.log(RedisLogger::ERROR, "Unsupported dbus type %d", type);
-            return VornStatus::DeviceFailure;
-        }
-        dbus_message_iter_next(it);
-    }
-    return result;
+    return m_codec.processArgs(it, out);
 }
 
 bool MirelDBusConnector::dbusProcessDict(DBusMessageIter* it, DBusDict* dict)
 {
-    while (dbus_message_iter_get_arg_type(it) == DBUS_TYPE_DICT_ENTRY) {
-        DBusMessageIter entry;
-        dbus_message_iter_recurse(it, &entry);
-        if (dbus_message_iter_get_arg_type(&entry) != DBUS_TYPE_STRING) {
-            m_logger.log(RedisLogger::ERROR,
-                         "DBUS_TYPE_STRING (key and values have to be strings in map) expected!");
-            return false;
-        }
-        char const* key = nullptr;
-        dbus_message_iter_get_basic(&entry, &key);
-        dbus_message_iter_next(&entry);
-        if (dbus_message_iter_get_arg_type(&entry) != DBUS_TYPE_VARIANT) {
-            m_logger.log(RedisLogger::ERROR, "DBUS_TYPE_VARIANT expected!");
-            return false;
-        }
-        DBusMessageIter variant;
-        dbus_message_iter_recurse(&entry, &variant);
-        int const type = dbus_message_iter_get_arg_type(&variant);
-        if (!dbus_type_is_basic(type)) {
-            m_logger.log(RedisLogger::ERROR, "Unsupported dbus type %d", type);
-            return false;
-        }
-        dict->insert(std::make_pair(std::string(key), readBasic(&variant, type)));
-        dbus_message_iter_next(it);
-    }
-    return true;
+    return m_codec.processDict(it, dict);
 }
 
 bool MirelDBusConnector::dbusCheckErrRetval(std::list<DBUS_ARG_T>::iterator& it)
@@ -429,7 +284,7 @@ int MirelDBusConnector::getApplicationList(std::vector<int>& indices, int& activ
             m_logger.log(RedisLogger::ERROR, "Key 'Index' not found in map");
             return VornStatus::DeviceFailure;
         }
-        if (!isIntegerType(index->second.type)) {
+        if (!DBusMessageCodec::isIntegerType(index->second.type)) {
             m_logger.log(RedisLogger::ERROR, "Expected DBUS_TYPE_INT32, but got %d", index->second.type);
             return VornStatus::DeviceFailure;
         }
@@ -479,24 +334,12 @@ int MirelDBusConnector::getStatisticData(std::map<std::string, unsigned int>& da
                                        "number_of_false_decodings"};
     auto it = std::next(out.begin());
     for (char const* key : keys) {
-        unsigned int const count = isIntegerType(it->type) ? it->value.u : 0;
+        unsigned int const count = DBusMessageCodec::isIntegerType(it->type) ? it->value.u : 0;
         data[key] = count;
         m_logger.log(RedisLogger::DEBUG, "%s: %d", key, static_cast<int>(count));
         ++it;
     }
     return VornStatus::Success;
-}
-
-timespec diff(timespec* start, timespec* end)
-{
-    timespec result;
-    result.tv_sec = end->tv_sec - start->tv_sec;
-    result.tv_nsec = end->tv_nsec - start->tv_nsec;
-    if (result.tv_nsec < 0) {
-        result.tv_nsec += 1000000000;
-        result.tv_sec -= 1;
-    }
-    return result;
 }
 
 } // namespace orv

@@ -5,6 +5,7 @@
 #include <list>
 #include <string>
 
+#include "device/DBusMessageCodec.h"
 #include "device/DbusArg.h"
 #include "device/IMirelConnector.h"
 
@@ -12,7 +13,6 @@ struct DBusConnection;
 struct DBusError;
 struct DBusMessage;
 struct DBusMessageIter;
-struct timespec;
 
 namespace orv {
 
@@ -68,9 +68,7 @@ private:
     DBusConnection* m_connection;
     DBusError* m_error;
     Logger::RedisLogger& m_logger;
+    DBusMessageCodec m_codec;
 };
-
-// end minus start, borrowing one second when the nanoseconds go negative.
-timespec diff(timespec* start, timespec* end);
 
 } // namespace orv

@@ -18,6 +18,7 @@
 #endif
 
 #include "Process.h"
+#include "core/CommandId.h"
 #include "device/DeviceReplies.h"
 #include "format/VORNFormatResults.h"
 
@@ -35,9 +36,9 @@ DataBlock* LoadedPlugin::request(void* handle, int id, void const* payload)
 
 void LoadedPlugin::freeReply(DataBlock* reply, int command)
 {
-    if (reply != nullptr && reply->data != nullptr && command == 22)
+    if (reply != nullptr && reply->data != nullptr && command == CommandId::QueryStatisticInfo)
         free(reinterpret_cast<VORNStatisticReply*>(reply->data)->value);
-    if (reply != nullptr && reply->data != nullptr && command == 26)
+    if (reply != nullptr && reply->data != nullptr && command == CommandId::FormatResults)
         free(reinterpret_cast<FormatResultsReply*>(reply->data)->data);
     if (reply != nullptr)
         free(reply->data);

@@ -5,20 +5,13 @@
 #include <QJsonArray>
 
 #include "HostCommand.h"
+#include "core/CommandId.h"
 #include "core/VornStatus.h"
 #include "device/DeviceReplies.h"
 #include "info/VORNQueryDeviceInfo.h"
 
 namespace vornhost {
 namespace {
-
-constexpr int AsyncTrigger = 9;
-constexpr int SetIO = 11;
-constexpr int GetIO = 12;
-constexpr int GetApplicationList = 14;
-constexpr int SetApplication = 17;
-constexpr int QueryDeviceInfo = 20;
-constexpr int QueryStatisticInfo = 22;
 
 // A text field of a reply record that need not be terminated.
 QString boundedText(char const* text, size_t size)
@@ -30,7 +23,7 @@ int runDeviceInfo(Plugin& plugin, Output& out, Args& args)
 {
     args.expectCount(1, 1);
     std::string const key = args.at(0, "KEY");
-    Reply reply = plugin.call(QueryDeviceInfo, key.c_str());
+    Reply reply = plugin.call(orv::CommandId::QueryDeviceInfo, key.c_str());
     out.reply(reply);
     if (!reply.empty() && reply.payload() != nullptr) {
         auto const record = reply.record<orv::VORNDeviceInfoReply>();
@@ -43,7 +36,7 @@ int runDeviceInfo(Plugin& plugin, Output& out, Args& args)
 int runTrigger(Plugin& plugin, Output& out, Args& args)
 {
     args.expectCount(0, 0);
-    Reply reply = plugin.call(AsyncTrigger, nullptr);
+    Reply reply = plugin.call(orv::CommandId::AsyncTrigger, nullptr);
     out.reply(reply);
     return exitCodeFor(reply);
 }
@@ -51,7 +44,7 @@ int runTrigger(Plugin& plugin, Output& out, Args& args)
 int runApps(Plugin& plugin, Output& out, Args& args)
 {
     args.expectCount(0, 0);
-    Reply reply = plugin.call(GetApplicationList, nullptr);
+    Reply reply = plugin.call(orv::CommandId::GetApplicationList, nullptr);
     out.reply(reply);
     if (!reply.empty() && reply.payload() != nullptr) {
         auto const record = reply.record<orv::VORNApplicationListReply>();
@@ -69,7 +62,7 @@ int runSetApp(Plugin& plugin, Output& out, Args& args)
 {
     args.expectCount(1, 1);
     int32_t const index = args.integer(0, "INDEX");
-    Reply reply = plugin.call(SetApplication, &index);
+    Reply reply = plugin.call(orv::CommandId::SetApplication, &index);
     out.reply(reply);
     return exitCodeFor(reply);
 }
@@ -78,7 +71,7 @@ int runGetIO(Plugin& plugin, Output& out, Args& args)
 {
     args.expectCount(1, 1);
     int32_t const io = args.integer(0, "IO");
-    Reply reply = plugin.call(GetIO, &io);
+    Reply reply = plugin.call(orv::CommandId::GetIO, &io);
     out.reply(reply);
     if (!reply.empty() && reply.payload() != nullptr && reply.status() == orv::VornStatus::Success) {
         auto const record = reply.record<orv::VORNGetIOReply>();
@@ -92,7 +85,7 @@ int runSetIO(Plugin& plugin, Output& out, Args& args)
 {
     args.expectCount(2, 2);
     orv::VORNSetIORequest const request{args.integer(0, "IO"), args.integer(1, "STATE")};
-    Reply reply = plugin.call(SetIO, &request);
+    Reply reply = plugin.call(orv::CommandId::SetIO, &request);
     out.reply(reply);
     return exitCodeFor(reply);
 }
@@ -106,7 +99,7 @@ int runStats(Plugin& plugin, Output& out, Args& args)
         throw UsageError("KEY has at most 255 characters");
     memcpy(request.key, key.c_str(), key.size() + 1);
     request.representation = args.integer(1, "REPR");
-    Reply reply = plugin.call(QueryStatisticInfo, &request);
+    Reply reply = plugin.call(orv::CommandId::QueryStatisticInfo, &request);
     out.reply(reply);
     if (!reply.empty() && reply.payload() != nullptr) {
         auto const record = reply.record<orv::VORNStatisticReply>();

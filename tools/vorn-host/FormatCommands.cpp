@@ -11,6 +11,7 @@
 #include <QJsonObject>
 
 #include "HostCommand.h"
+#include "core/CommandId.h"
 #include "core/JsonParser.h"
 #include "core/Paths.h"
 #include "core/VornStatus.h"
@@ -25,11 +26,6 @@
 
 namespace vornhost {
 namespace {
-
-constexpr int AcquireResultId = 4;
-constexpr int FreeResultId = 5;
-constexpr int FormatResults = 26;
-constexpr int ValidateFormat = 27;
 
 std::string readFile(std::string const& path)
 {
@@ -184,11 +180,11 @@ int runFormat(Plugin& plugin, Output& out, Args& args)
         return runExplain(out, request, acquire);
 
     if (acquire) {
-        Reply acquired = plugin.call(AcquireResultId, id.c_str());
+        Reply acquired = plugin.call(orv::CommandId::AcquireResultId, id.c_str());
         out.field("acquired", !acquired.empty() && acquired.status() == orv::VornStatus::Success);
     }
 
-    Reply reply = plugin.call(FormatResults, &request);
+    Reply reply = plugin.call(orv::CommandId::FormatResults, &request);
     out.reply(reply);
 
     int code = 1;
@@ -213,7 +209,7 @@ int runFormat(Plugin& plugin, Output& out, Args& args)
     }
 
     if (acquire)
-        plugin.call(FreeResultId, id.c_str());
+        plugin.call(orv::CommandId::FreeResultId, id.c_str());
     return code;
 }
 
@@ -221,7 +217,7 @@ int runValidate(Plugin& plugin, Output& out, Args& args)
 {
     args.expectCount(1, 1);
     std::string const description = readFile(args.at(0, "DESCRIPTION.json"));
-    Reply reply = plugin.call(ValidateFormat, description.c_str());
+    Reply reply = plugin.call(orv::CommandId::ValidateFormat, description.c_str());
     out.reply(reply);
     out.field("valid", !reply.empty() && reply.status() == orv::VornStatus::Success);
     if (reply.status() != orv::VornStatus::Success)

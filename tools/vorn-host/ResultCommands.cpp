@@ -7,6 +7,7 @@
 #include <QString>
 
 #include "HostCommand.h"
+#include "core/CommandId.h"
 #include "core/ChunkHeader.h"
 #include "core/Paths.h"
 #include "results/VORNResultRecords.h"
@@ -14,10 +15,6 @@
 
 namespace vornhost {
 namespace {
-
-constexpr int QueryResultData = 2;
-constexpr int AcquireResultId = 4;
-constexpr int FreeRequestId = 5;
 
 char const* typeName(int32_t type)
 {
@@ -53,7 +50,7 @@ int runAcquire(Plugin& plugin, Output& out, Args& args)
         out.field("status", "no result");
         return 1;
     }
-    Reply reply = plugin.call(AcquireResultId, id.c_str());
+    Reply reply = plugin.call(orv::CommandId::AcquireResultId, id.c_str());
     out.reply(reply);
     out.field("id", QString::fromStdString(id));
     return exitCodeFor(reply);
@@ -88,7 +85,7 @@ int runQuery(Plugin& plugin, Output& out, Args& args)
     memcpy(request.key, key.data(), key.size());
     memcpy(request.id, id.data(), id.size());
 
-    Reply reply = plugin.call(QueryResultData, &request);
+    Reply reply = plugin.call(orv::CommandId::QueryResultData, &request);
     out.reply(reply);
     if (reply.empty() || reply.payload() == nullptr)
         return exitCodeFor(reply);
@@ -118,7 +115,7 @@ int runFree(Plugin& plugin, Output& out, Args& args)
 {
     args.expectCount(1, 1);
     std::string const id = args.at(0, "RESULT_ID");
-    Reply reply = plugin.call(FreeRequestId, id.c_str());
+    Reply reply = plugin.call(orv::CommandId::FreeResultId, id.c_str());
     out.reply(reply);
     return exitCodeFor(reply);
 }

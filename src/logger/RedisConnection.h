@@ -1,0 +1,55 @@
+// The Redis plumbing that the logger's files share: replies, asynchronous connections, fixed texts.
+#pragma once
+
+#include <cstdarg>
+#include <cstring>
+#include <memory>
+
+#include <hiredis/async.h>
+#include <hiredis/hiredis.h>
+
+#include "logger/RedisLoggerPimpl.h"
+
+namespace orv {
+namespace Logger {
+
+inline constexpr char kConfigChannel[] = "LOGGER:CFG";
+inline constexpr char kNotConnected[] = "REDIS NOT CONNECTED !n";
+
+struct ReplyDeleter
+{
+    void operator()(redisReply* reply) const { freeReplyObject(reply); }
+};
+using ReplyPtr = std::unique_ptr<redisReply, ReplyDeleter>;
+
+inline ReplyPtr command(redisContext* context, char const* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    void* reply = redisvCommand(context, format, args);
+    va_end(args);
+    return ReplyPtr(static_cast<redisReply*>(reply));
+}
+
+// Set on an asynchronous connection's data so the owner knows whether hiredis has already freed it.
+struct AsyncState
+{
+    bool alive = true;
+};
+
+inline redisAsyncContext* connectAsync(RedisLoggerPimpl const& pimpl)
+{
+    if (pimpl.port == 0)
+        return redisAsyncConnectUnix(pimpl.unixSocketPath.c_str());
+    return redisAsyncConnect(pimpl.host.c_str(), pimpl.port);
+}
+
+inline bool isMessage(redisReply const* reply)
+{
+    return reply != nullptr && reply->type == REDIS_REPLY_ARRAY && reply->elements == 3 &&
+           reply->element[0]->type == REDIS_REPLY_STRING && strcmp(reply->element[0]->str, "message") == 0 &&
+           reply->element[2]->str != nullptr;
+}
+
+} // namespace Logger
+} // namespace orv
