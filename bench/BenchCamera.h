@@ -15,8 +15,8 @@
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "core/ChunkHeader.h"
-#include "core/DataBlock.h"
 #include "core/CommandId.h"
+#include "core/DataBlock.h"
 #include "format/VORNFormatResults.h"
 #include "resultsync/FramePublisher.h"
 

@@ -21,9 +21,9 @@
 #include "ProcessMemory.h"
 #include "RedisServer.h"
 #include "ScopedEnv.h"
+#include "core/CommandId.h"
 #include "core/DataBlock.h"
 #include "device/DeviceReplies.h"
-#include "core/CommandId.h"
 #include "format/VORNFormatResults.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FrameClient.h"
@@ -57,10 +57,22 @@ public:
     void request()
     {
         using namespace CommandId;
-        static int const ids[] = {QueryResultData,    AcquireResultId, FreeResultId,   AsyncTrigger,
-                                  SyncTrigger,        SetIO,           GetIO,          GetApplicationList,
-                                  SetApplication,     QueryDeviceInfo, QueryStatisticInfo, FormatResults,
-                                  ValidateFormat,     3,               0,              -7}; // and some unknown
+        static int const ids[] = {QueryResultData,
+                                  AcquireResultId,
+                                  FreeResultId,
+                                  AsyncTrigger,
+                                  SyncTrigger,
+                                  SetIO,
+                                  GetIO,
+                                  GetApplicationList,
+                                  SetApplication,
+                                  QueryDeviceInfo,
+                                  QueryStatisticInfo,
+                                  FormatResults,
+                                  ValidateFormat,
+                                  3,
+                                  0,
+                                  -7}; // and some unknown
         int const id = ids[pick(sizeof ids / sizeof ids[0])];
         bool const valid = pick(4) != 0;
         std::vector<unsigned char> payload;

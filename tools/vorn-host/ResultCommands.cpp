@@ -7,8 +7,8 @@
 #include <QString>
 
 #include "HostCommand.h"
-#include "core/CommandId.h"
 #include "core/ChunkHeader.h"
+#include "core/CommandId.h"
 #include "core/Paths.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FrameClient.h"
