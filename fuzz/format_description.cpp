@@ -1,16 +1,13 @@
 // Output-format descriptions as a client sends them: through the validator (id 27), and through the
-// settings, value formatter and layouter over a result with models and ROIs (id 26 without Redis).
+// plan of the format-results command over a result with models and ROIs (id 26 without Redis).
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 
-#include <QJsonDocument>
-#include <QSharedPointer>
-
-#include "core/JsonParser.h"
 #include "format/OutputFormatScheme.h"
 #include "format/RecordMain.h"
-#include "format/VornFlexibleLayouter.h"
+#include "format/VornFormatOutput.h"
+#include "format/VornFormatPlan.h"
 #include "results/ResultModel.h"
 
 namespace {
@@ -42,13 +39,15 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     std::string error;
     orv::doesJsonConformToOutputFormatScheme(text.c_str(), error);
 
-    // Parsed as the format-results command parses a request.
-    QJsonDocument const description = orv::JsonParser::parse(QByteArray::fromStdString(text));
-    for (unsigned int bus : {0u, 1u}) {
-        QByteArray out;
-        VornFlexibleLayouter().serializeRecord(QSharedPointer<orv::RecordMain>::create(nullptr, model, "1"),
-                                               description.toVariant().toMap(), {{"busEndianness", bus}},
-                                               out);
-    }
+    // Read as the format-results command reads a request: the input as the request, and as the
+    // description inside one.
+    for (QByteArray const& request :
+         {QByteArray::fromStdString(text), "{\"format\":" + QByteArray::fromStdString(text) + "}"})
+        for (BusByteOrder bus : {BusByteOrder::LittleEndian, BusByteOrder::BigEndian})
+            if (std::shared_ptr<VornFormatPlan const> plan = VornFormatPlan::fromRequest(request, bus)) {
+                orv::RecordMain main(nullptr, model, "1");
+                VornFormatOutput out;
+                plan->write(main, out);
+            }
     return 0;
 }

@@ -32,9 +32,10 @@ public:
     void add(FormatTraceEntry entry) { m_entries.push_back(std::move(entry)); }
     std::vector<FormatTraceEntry> const& entries() const { return m_entries; }
 
-    // A value's entry: type, encoding and a note where the written bytes are not the value itself.
+    // A value's entry: type, encoding and a note where the written bytes are not the value itself,
+    // as the formatter's effects (VornFormatter::Effect) say.
     static FormatTraceEntry valueEntry(QVariant const& value, VornFormatSettings const& settings,
-                                       std::size_t written);
+                                       std::size_t written, unsigned effects);
 
 private:
     std::vector<FormatTraceEntry> m_entries;

@@ -3,7 +3,7 @@
 #include <QDebug>
 
 #include "format/RecordListModels.h"
-#include "format/VORNFormatResults.h"
+#include "results/ResultLookup.h"
 
 namespace orv {
 namespace {
@@ -30,8 +30,8 @@ QVariant timing(QVariantMap const& statistics, char const* family, QString const
 
 } // namespace
 
-RecordMain::RecordMain(VORNFormatResults* owner, ResultModel const& model, char const* resultId)
-    : m_owner(owner), m_model(model), m_resultId(resultId)
+RecordMain::RecordMain(ResultLookup const* result, ResultModel const& model, char const* resultId)
+    : m_owner(result), m_model(model), m_resultId(resultId)
 {}
 
 QSharedPointer<RecordListInterface> RecordMain::models()
@@ -53,7 +53,7 @@ QByteArray RecordMain::getBlob(QString const& id)
     if (m_owner == nullptr)
         return QByteArray();
     unsigned int length = 0;
-    unsigned char const* data = m_owner->getBlob(id.toStdString(), length);
+    unsigned char const* data = m_owner->blob(id.toStdString(), length);
     if (data == nullptr)
         return QByteArray();
     return QByteArray::fromRawData(reinterpret_cast<char const*>(data), static_cast<int>(length));
@@ -80,7 +80,7 @@ QVariant RecordMain::getValue(QString const& id)
     }
 
     if (m_owner != nullptr) {
-        QVariant const fromDevice = m_owner->getValue(id);
+        QVariant const fromDevice = m_owner->deviceValue(id);
         if (fromDevice.isValid())
             return fromDevice;
     }

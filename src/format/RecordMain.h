@@ -7,13 +7,14 @@
 
 namespace orv {
 
-class VORNFormatResults;
+class ResultLookup;
 
 class RecordMain : public RecordInterface
 {
 public:
-    // owner may be null: then there are no device values and no blobs. resultId must outlive the record.
-    RecordMain(VORNFormatResults* owner, ResultModel const& model, char const* resultId);
+    // result may be null: then there are no device values and no blobs. Both it and resultId must
+    // outlive the record.
+    RecordMain(ResultLookup const* result, ResultModel const& model, char const* resultId);
 
     QSharedPointer<RecordListInterface> getSubRecords(QString const& id) override;
     // A view over the result manager's buffer, valid only while the request is served.
@@ -26,7 +27,7 @@ private:
     QVariant virtualOutputs();
     QVariant lookup(QString const& id);
 
-    VORNFormatResults* m_owner;
+    ResultLookup const* m_owner;
     ResultModel m_model;
     char const* m_resultId;
     QSharedPointer<RecordListInterface> m_models;

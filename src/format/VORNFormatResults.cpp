@@ -5,15 +5,12 @@
 #include <cstring>
 #include <exception>
 
-#include <QJsonDocument>
-#include <QJsonParseError>
-
-#include "core/JsonParser.h"
 #include "core/VornStatus.h"
 #include "format/FormatTrace.h"
 #include "format/RecordMain.h"
 #include "format/VornFormatOutput.h"
 #include "logger/RedisLogger.h"
+#include "results/ResultLookup.h"
 #include "results/ResultModel.h"
 #include "results/VORNResultManager.h"
 
@@ -21,123 +18,23 @@ using orv::Logger::RedisLogger;
 
 namespace orv {
 
-namespace {
-
-unsigned char const* bytesOf(VORNResultManager::ResultData const* data, unsigned int& length)
-{
-    if (data == nullptr || data->data == nullptr)
-        return nullptr;
-    length = static_cast<unsigned int>(data->size);
-    return static_cast<unsigned char const*>(data->data);
-}
-
-} // namespace
-
 VORNFormatResults::VORNFormatResults(VORNResultManager& manager, RedisLogger& logger)
     : m_logger(logger), m_manager(manager)
 {}
 
-std::map<std::string, VORNFormatResults::BlobHandler> const& VORNFormatResults::blobHandlers()
-{
-    static std::map<std::string, BlobHandler> const handlers = {
-        {"normalized_amplitude_image", &VORNFormatResults::getTmpFsData},
-        {"distance_image", &VORNFormatResults::getTmpFsData},
-        {"x_image", &VORNFormatResults::getTmpFsData},
-        {"y_image", &VORNFormatResults::getTmpFsData},
-        {"z_image", &VORNFormatResults::getTmpFsData},
-        {"confidence_image", &VORNFormatResults::getTmpFsData},
-        {"extrinsic_calibration", &VORNFormatResults::getTmpFsData},
-        {"all_cartesian_vector_matrices", &VORNFormatResults::getTmpFsData},
-        {"amplitude_image", &VORNFormatResults::getTmpFsData},
-        {"raw_image_data", &VORNFormatResults::getTmpFsData},
-        {"all_unit_vector_matrices", &VORNFormatResults::getTmpFsData},
-        {"json_model", &VORNFormatResults::getJsonModel},
-        {"diagnostic_data", &VORNFormatResults::getDiagnosticData},
-        {"json_diagnostic", &VORNFormatResults::getJsonDiagnostic},
-    };
-    return handlers;
-}
-
-QMap<QString, VORNFormatResults::ValueHandler> const& VORNFormatResults::valueHandlers()
-{
-    static QMap<QString, ValueHandler> const handlers = {
-        {"temp_front1", &VORNFormatResults::getVORNIdFromRedis},
-        {"temp_front2", &VORNFormatResults::getVORNIdFromRedis},
-        {"temp_imx6", &VORNFormatResults::getVORNIdFromRedis},
-        {"temp_illu", &VORNFormatResults::getVORNIdFromRedis},
-        {"evaltime", &VORNFormatResults::getVORNIdFromRedis},
-        {"exposure_time_1", &VORNFormatResults::getVORNIdFromRedis},
-        {"exposure_time_2", &VORNFormatResults::getVORNIdFromRedis},
-        {"exposure_time_3", &VORNFormatResults::getVORNIdFromRedis},
-    };
-    return handlers;
-}
-
-QMap<QString, QString> const& VORNFormatResults::deviceKeys()
-{
-    // "temp_imx6" has no key on purpose: its value then comes from the result itself.
-    static QMap<QString, QString> const keys = {
-        {"temp_front1", "TemperatureFrontend1"}, {"temp_front2", "TemperatureFrontend2"},
-        {"temp_illu", "TemperatureIllu"},        {"evaltime", "FrameDuration"},
-        {"exposure_time_1", "ExposureTime1"},    {"exposure_time_2", "ExposureTime2"},
-        {"exposure_time_3", "ExposureTime3"},
-    };
-    return keys;
-}
-
 QVariant VORNFormatResults::getValue(QString const& id)
 {
-    auto const it = valueHandlers().constFind(id);
-    if (it == valueHandlers().constEnd())
-        return QVariant();
-    return (this->*it.value())(id);
+    return getVORNIdFromRedis(id);
 }
 
 unsigned char const* VORNFormatResults::getBlob(std::string const& id, unsigned int& length)
 {
-    length = 0;
-    auto const it = blobHandlers().find(id);
-    if (it == blobHandlers().end())
-        return nullptr;
-    try {
-        return (this->*it->second)(id, length);
-    } catch (std::exception const& e) {
-        // A result id that is no number cannot name a chunk's frame; the blob is then missing.
-        m_logger.log(RedisLogger::ERROR, "%s(%s): %s", "getBlob", id.c_str(), e.what());
-        length = 0;
-        return nullptr;
-    }
+    return ResultLookup(m_manager, m_logger, m_resultId).blob(id, length);
 }
 
 QVariant VORNFormatResults::getVORNIdFromRedis(QString const& id)
 {
-    auto const it = deviceKeys().constFind(id);
-    if (it == deviceKeys().constEnd())
-        return QVariant();
-    return QVariant(m_manager.getRedisResult(m_resultId, it.value()));
-}
-
-unsigned char const* VORNFormatResults::getTmpFsData(std::string const& id, unsigned int& length)
-{
-    unsigned int size = 0;
-    auto const* data = static_cast<unsigned char const*>(m_manager.getTmpFSData(m_resultId, id, &size));
-    length = data != nullptr ? size : 0;
-    return data;
-}
-
-unsigned char const* VORNFormatResults::getJsonModel(std::string const&, unsigned int& length)
-{
-    return bytesOf(m_manager.getSerializedJsonModel(m_resultId), length);
-}
-
-unsigned char const* VORNFormatResults::getDiagnosticData(std::string const&, unsigned int& length)
-{
-    return bytesOf(m_manager.getDiagnosticData(m_resultId), length);
-}
-
-unsigned char const* VORNFormatResults::getJsonDiagnostic(std::string const&, unsigned int& length)
-{
-    return bytesOf(m_manager.getJsonDiagnostic(m_resultId), length);
+    return ResultLookup(m_manager, m_logger, m_resultId).deviceValue(id);
 }
 
 DataBlock* VORNFormatResults::execute(DataBlock const* request)
@@ -198,22 +95,19 @@ std::shared_ptr<VornFormatPlan const> VORNFormatResults::planFor(FormatResultsRe
     bool const readable = request.json != nullptr && request.jsonLength <= static_cast<uint32_t>(INT32_MAX);
     QByteArray const text =
         readable ? QByteArray::fromRawData(request.json, static_cast<int>(request.jsonLength)) : QByteArray();
-    bool const bigEndianBus = request.busByteOrder == BigEndianBus;
-    if (std::shared_ptr<VornFormatPlan const> known = m_plans.find(text, bigEndianBus))
+    BusByteOrder const bus =
+        request.busByteOrder == BigEndianBus ? BusByteOrder::BigEndian : BusByteOrder::LittleEndian;
+    if (std::shared_ptr<VornFormatPlan const> known = m_plans.find(text, bus))
         return known;
 
-    QJsonParseError error{};
-    QJsonDocument const document = JsonParser::parse(text, &error);
-    if (error.error != QJsonParseError::NoError) {
+    QString error;
+    std::shared_ptr<VornFormatPlan const> plan = VornFormatPlan::fromRequest(text, bus, &error);
+    if (plan == nullptr) {
         m_logger.log(RedisLogger::WARN, "%s: An error occurred during parsing: %s", "execute",
-                     error.errorString().toLocal8Bit().constData());
+                     error.toLocal8Bit().constData());
         return nullptr;
     }
-    QVariantMap settings;
-    settings.insert(QStringLiteral("busEndianness"), bigEndianBus ? 1u : 0u);
-    auto plan = std::make_shared<VornFormatPlan const>(
-        document.toVariant().toMap().value(QStringLiteral("format")).toMap(), settings);
-    m_plans.insert(text, bigEndianBus, plan);
+    m_plans.insert(text, bus, plan);
     return plan;
 }
 
@@ -231,7 +125,8 @@ void VORNFormatResults::format(FormatResultsRequest const& request, VornFormatPl
         m_logger.log(RedisLogger::WARN, "%s: getJsonModel(%s) returned nullptr", "execute",
                      m_resultId.c_str());
 
-    RecordMain main(this, model != nullptr ? *model : noModel, m_resultId.c_str());
+    ResultLookup const lookup(m_manager, m_logger, m_resultId);
+    RecordMain main(&lookup, model != nullptr ? *model : noModel, m_resultId.c_str());
     plan.write(main, output, trace);
 }
 

@@ -4,11 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 
-#include <QMap>
 #include <QString>
 #include <QVariant>
 
@@ -66,9 +64,10 @@ public:
 
     DataBlock* execute(DataBlock const* request) override;
 
-    // Values the device keeps per result ("temp_front1", "evaltime", ...); invalid for other ids.
+    // The current request's result, as its records read it: the values the device keeps for it
+    // ("temp_front1", "evaltime", ...; invalid for other ids) and the bytes the result manager holds
+    // for it (null for an unknown or missing blob).
     QVariant getValue(QString const& id);
-    // Bytes the result manager holds for the current result; null for an unknown or missing blob.
     unsigned char const* getBlob(std::string const& id, unsigned int& length);
     QVariant getVORNIdFromRedis(QString const& id);
 
@@ -77,19 +76,6 @@ public:
     bool formatTraced(FormatResultsRequest const& request, VornFormatOutput& output, FormatTrace& trace);
 
 private:
-    using BlobHandler = unsigned char const* (VORNFormatResults::*)(std::string const& id,
-                                                                    unsigned int& length);
-    using ValueHandler = QVariant (VORNFormatResults::*)(QString const& id);
-
-    static std::map<std::string, BlobHandler> const& blobHandlers();
-    static QMap<QString, ValueHandler> const& valueHandlers();
-    static QMap<QString, QString> const& deviceKeys();
-
-    unsigned char const* getTmpFsData(std::string const& id, unsigned int& length);
-    unsigned char const* getJsonModel(std::string const& id, unsigned int& length);
-    unsigned char const* getDiagnosticData(std::string const& id, unsigned int& length);
-    unsigned char const* getJsonDiagnostic(std::string const& id, unsigned int& length);
-
     // The plan of the request's description, kept or read now; null (and logged) when the text is
     // no JSON. The parse comes before the result id on purpose: a rejected request touches nothing.
     std::shared_ptr<VornFormatPlan const> planFor(FormatResultsRequest const& request);

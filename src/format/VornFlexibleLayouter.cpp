@@ -1,7 +1,5 @@
 #include "format/VornFlexibleLayouter.h"
 
-#include <QDebug>
-
 #include "format/RecordInterface.h"
 #include "format/RecordListInterface.h"
 #include "format/VornFormatOutput.h"
@@ -13,15 +11,9 @@ void VornFlexibleLayouter::serializeRecordList(QSharedPointer<RecordListInterfac
 {
     if (list.isNull())
         return;
-    // The size is asked anew for every index on purpose: a list may only know it as it goes.
-    for (int i = 0; i < list->size(); ++i) {
-        QSharedPointer<RecordInterface> record = list->getRecord(i);
-        if (record.isNull()) {
-            qWarning() << "get a null-record at index:" << i;
-            continue;
-        }
-        serializeRecord(record, format, settings, out);
-    }
+    VornFormatOutput output;
+    VornFormatPlan::fromNode(format, settings)->writeList(*list, output);
+    out.append(output.toByteArray());
 }
 
 void VornFlexibleLayouter::serializeRecord(QSharedPointer<RecordInterface> record,
@@ -31,6 +23,6 @@ void VornFlexibleLayouter::serializeRecord(QSharedPointer<RecordInterface> recor
     if (record.isNull())
         return;
     VornFormatOutput output;
-    VornFormatPlan(format, settings).write(*record, output);
+    VornFormatPlan::fromNode(format, settings)->write(*record, output);
     out.append(output.toByteArray());
 }

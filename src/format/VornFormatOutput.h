@@ -18,6 +18,8 @@ public:
     void append(char const* data, size_t size) { m_text.append(data, size); }
     void append(QByteArray const& bytes) { m_text.append(bytes.constData(), size_t(bytes.size())); }
     void append(size_t count, char byte) { m_text.append(count, byte); }
+    // The gathered bytes: what is appended to it is appended to the output, after every blob so far.
+    std::string& gathered() { return m_text; }
     // The blob's bytes must stay where they are until the output is copied out.
     void appendBlob(QByteArray const& blob);
 

@@ -1,16 +1,41 @@
 #include "format/VornFormatPlan.h"
 
 #include <QDebug>
+#include <QJsonDocument>
+#include <QJsonParseError>
 #include <QVariantList>
 
+#include "core/JsonParser.h"
 #include "format/FormatTrace.h"
 #include "format/RecordInterface.h"
 #include "format/RecordListInterface.h"
 #include "format/VornFormatOutput.h"
 #include "format/VornFormatter.h"
 
-VornFormatPlan::VornFormatPlan(QMap<QString, QVariant> const& format, QMap<QString, QVariant> const& settings)
-    : m_elements(prepare(format, settings))
+std::shared_ptr<VornFormatPlan const> VornFormatPlan::fromRequest(QByteArray const& text, BusByteOrder bus,
+                                                                  QString* error)
+{
+    QJsonParseError parsed{};
+    QJsonDocument const document = orv::JsonParser::parse(text, &parsed);
+    if (parsed.error != QJsonParseError::NoError) {
+        if (error != nullptr)
+            *error = parsed.errorString();
+        return nullptr;
+    }
+    // The one option a request sets for all its elements: an element ordered "busdepending" reads it.
+    QMap<QString, QVariant> settings;
+    settings.insert(QStringLiteral("busEndianness"), bus == BusByteOrder::BigEndian ? 1u : 0u);
+    return fromNode(document.toVariant().toMap().value(QStringLiteral("format")).toMap(), settings);
+}
+
+std::shared_ptr<VornFormatPlan const> VornFormatPlan::fromNode(QMap<QString, QVariant> const& node,
+                                                               QMap<QString, QVariant> const& settings)
+{
+    return std::shared_ptr<VornFormatPlan const>(new VornFormatPlan(node, settings));
+}
+
+VornFormatPlan::VornFormatPlan(QMap<QString, QVariant> const& node, QMap<QString, QVariant> const& settings)
+    : m_elements(prepare(node, settings))
 {}
 
 std::vector<VornFormatPlan::Element> VornFormatPlan::prepare(QMap<QString, QVariant> const& format,
@@ -61,8 +86,11 @@ VornFormatPlan::Element VornFormatPlan::prepareElement(QMap<QString, QVariant> c
     merged.insert(QStringLiteral("type"), type);
     planned.settings.loadSettingsFromVariants(merged, planned.messages);
     planned.kind = hasConstant ? Element::Constant : Element::Value;
-    if (hasConstant)
-        planned.constant = VornFormatter::formatValue(constant, planned.settings);
+    if (hasConstant) {
+        std::string bytes;
+        VornFormatter::formatInto(constant, planned.settings, bytes, &planned.constantEffects);
+        planned.constant = QByteArray(bytes.data(), static_cast<int>(bytes.size()));
+    }
     return planned;
 }
 
@@ -77,6 +105,7 @@ void VornFormatPlan::writeElements(std::vector<Element> const& elements, RecordI
     for (Element const& element : elements) {
         std::size_t const offset = out.size();
         QVariant value;
+        unsigned effects = 0;
         switch (element.kind) {
         case Element::Constant:
             element.messages.replay();
@@ -86,7 +115,7 @@ void VornFormatPlan::writeElements(std::vector<Element> const& elements, RecordI
             // The value first: a record's note about a missing id comes before the option notes.
             value = record.getValue(element.id);
             element.messages.replay();
-            out.append(VornFormatter::formatValue(value, element.settings));
+            VornFormatter::formatInto(value, element.settings, out.gathered(), &effects);
             break;
         case Element::Blob:
             out.appendBlob(record.getBlob(element.id));
@@ -98,8 +127,13 @@ void VornFormatPlan::writeElements(std::vector<Element> const& elements, RecordI
             break;
         }
         if (trace != nullptr)
-            traceElement(element, value, offset, out, *trace, path);
+            traceElement(element, value, effects, offset, out, *trace, path);
     }
+}
+
+void VornFormatPlan::writeList(RecordListInterface& list, VornFormatOutput& out) const
+{
+    writeEach(m_elements, QString(), 0, list, out, nullptr, QString());
 }
 
 void VornFormatPlan::writeRecords(Element const& element, RecordInterface& record, VornFormatOutput& out,
@@ -110,31 +144,37 @@ void VornFormatPlan::writeRecords(Element const& element, RecordInterface& recor
         qWarning() << "type was record, but record-interface has no recordlist on the id:" << element.id;
         return;
     }
+    writeEach(element.elements, element.id, element.index, *list, out, trace, path);
+}
+
+void VornFormatPlan::writeEach(std::vector<Element> const& elements, QString const& id, int index,
+                               RecordListInterface& list, VornFormatOutput& out, FormatTrace* trace,
+                               QString const& path)
+{
     // The size is asked anew for every index on purpose: a list may only know it as it goes.
-    for (int i = 0; i < list->size(); ++i) {
-        QSharedPointer<RecordInterface> sub = list->getRecord(i);
+    for (int i = 0; i < list.size(); ++i) {
+        QSharedPointer<RecordInterface> sub = list.getRecord(i);
         if (sub.isNull()) {
             qWarning() << "get a null-record at index:" << i;
             continue;
         }
-        QString const inner = trace == nullptr ? QString()
-                                               : QStringLiteral("%1elements[%2] \u203a %3[%4] \u203a ")
-                                                     .arg(path)
-                                                     .arg(element.index)
-                                                     .arg(element.id)
-                                                     .arg(i);
-        writeElements(element.elements, *sub, out, trace, inner);
+        QString const inner =
+            trace == nullptr
+                ? QString()
+                : QStringLiteral("%1elements[%2] \u203a %3[%4] \u203a ").arg(path).arg(index).arg(id).arg(i);
+        writeElements(elements, *sub, out, trace, inner);
     }
 }
 
-void VornFormatPlan::traceElement(Element const& element, QVariant const& value, std::size_t offset,
-                                  VornFormatOutput const& out, FormatTrace& trace, QString const& path)
+void VornFormatPlan::traceElement(Element const& element, QVariant const& value, unsigned effects,
+                                  std::size_t offset, VornFormatOutput const& out, FormatTrace& trace,
+                                  QString const& path)
 {
     std::size_t const written = out.size() - offset;
     FormatTraceEntry entry;
     switch (element.kind) {
     case Element::Value:
-        entry = FormatTrace::valueEntry(value, element.settings, written);
+        entry = FormatTrace::valueEntry(value, element.settings, written, effects);
         break;
     case Element::Constant:
         if (element.blob) {
@@ -142,7 +182,8 @@ void VornFormatPlan::traceElement(Element const& element, QVariant const& value,
             entry.value = QString::fromLatin1(element.constant.toHex());
             entry.note = QStringLiteral("constant");
         } else {
-            entry = FormatTrace::valueEntry(element.constantValue, element.settings, written);
+            entry = FormatTrace::valueEntry(element.constantValue, element.settings, written,
+                                            element.constantEffects);
             entry.note =
                 entry.note.isEmpty() ? QStringLiteral("constant") : QStringLiteral("constant, ") + entry.note;
         }

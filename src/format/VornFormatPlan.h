@@ -4,6 +4,7 @@
 // of requests with the same description and bus byte order, from any number of threads.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include <QByteArray>
@@ -16,21 +17,39 @@
 
 class FormatTrace;
 class RecordInterface;
+class RecordListInterface;
 class VornFormatOutput;
+
+// The byte order of a client's field bus, as its format request declares it.
+enum class BusByteOrder
+{
+    LittleEndian,
+    BigEndian,
+};
 
 class VornFormatPlan
 {
 public:
-    // format: a node with "elements" (a description's "format" object, or a records element);
-    // settings: the options it inherits ("busEndianness" at the top).
-    VornFormatPlan(QMap<QString, QVariant> const& format, QMap<QString, QVariant> const& settings);
+    // The plan of a request's JSON text, an object whose "format" is the description, for a client
+    // bus of the given byte order: the way every request, tool and test reads a description. Null
+    // when the text is no JSON; `error` then holds the parser's message.
+    static std::shared_ptr<VornFormatPlan const> fromRequest(QByteArray const& text, BusByteOrder bus,
+                                                             QString* error = nullptr);
+    // The plan of one format node (a node with "elements") under the options it inherits, as the
+    // layouter's callers hand them over. Every plan is made here.
+    static std::shared_ptr<VornFormatPlan const> fromNode(QMap<QString, QVariant> const& node,
+                                                          QMap<QString, QVariant> const& settings);
 
     // Appends what the description makes of the record. Writes the notes of every element each time
     // it is used, as reading its options would, and warns about missing lists and records. With a
     // trace, also tells it what each element wrote where.
     void write(RecordInterface& record, VornFormatOutput& out, FormatTrace* trace = nullptr) const;
+    // The same for every record of a list, in order.
+    void writeList(RecordListInterface& list, VornFormatOutput& out) const;
 
 private:
+    VornFormatPlan(QMap<QString, QVariant> const& node, QMap<QString, QVariant> const& settings);
+
     struct Element
     {
         enum Kind
@@ -47,7 +66,8 @@ private:
         VornFormatSettings settings;
         FormatMessages messages;
         QByteArray constant;
-        QVariant constantValue; // as the description has it, for the trace
+        QVariant constantValue;       // as the description has it, for the trace
+        unsigned constantEffects = 0; // what formatting it did to the constant (VornFormatter::Effect)
         bool blob = false;
         std::vector<Element> elements; // of a records element
     };
@@ -61,8 +81,12 @@ private:
                               VornFormatOutput& out, FormatTrace* trace, QString const& path);
     static void writeRecords(Element const& element, RecordInterface& record, VornFormatOutput& out,
                              FormatTrace* trace, QString const& path);
-    static void traceElement(Element const& element, QVariant const& value, std::size_t offset,
-                             VornFormatOutput const& out, FormatTrace& trace, QString const& path);
+    static void writeEach(std::vector<Element> const& elements, QString const& id, int index,
+                          RecordListInterface& list, VornFormatOutput& out, FormatTrace* trace,
+                          QString const& path);
+    static void traceElement(Element const& element, QVariant const& value, unsigned effects,
+                             std::size_t offset, VornFormatOutput const& out, FormatTrace& trace,
+                             QString const& path);
 
     std::vector<Element> m_elements;
 };

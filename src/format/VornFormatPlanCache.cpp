@@ -1,9 +1,9 @@
 #include "format/VornFormatPlanCache.h"
 
-std::shared_ptr<VornFormatPlan const> VornFormatPlanCache::find(QByteArray const& text, bool bigEndianBus)
+std::shared_ptr<VornFormatPlan const> VornFormatPlanCache::find(QByteArray const& text, BusByteOrder bus)
 {
     for (auto it = m_entries.begin(); it != m_entries.end(); ++it) {
-        if (it->bigEndianBus == bigEndianBus && it->text == text) {
+        if (it->bus == bus && it->text == text) {
             m_entries.splice(m_entries.begin(), m_entries, it);
             return it->plan;
         }
@@ -11,7 +11,7 @@ std::shared_ptr<VornFormatPlan const> VornFormatPlanCache::find(QByteArray const
     return nullptr;
 }
 
-void VornFormatPlanCache::insert(QByteArray const& text, bool bigEndianBus,
+void VornFormatPlanCache::insert(QByteArray const& text, BusByteOrder bus,
                                  std::shared_ptr<VornFormatPlan const> plan)
 {
     if (text.size() > MaxTextSize)
@@ -19,5 +19,5 @@ void VornFormatPlanCache::insert(QByteArray const& text, bool bigEndianBus,
     if (m_entries.size() >= size_t(Capacity))
         m_entries.pop_back();
     // A deep copy: the text may be a view over the host's request buffer.
-    m_entries.push_front({bigEndianBus, QByteArray(text.constData(), text.size()), std::move(plan)});
+    m_entries.push_front({bus, QByteArray(text.constData(), text.size()), std::move(plan)});
 }

@@ -18,14 +18,14 @@ public:
     static constexpr int MaxTextSize = 1 << 20;
 
     // Null when the text and order are not among the kept ones.
-    std::shared_ptr<VornFormatPlan const> find(QByteArray const& text, bool bigEndianBus);
+    std::shared_ptr<VornFormatPlan const> find(QByteArray const& text, BusByteOrder bus);
     // Copies the text; the least recently used entry goes when the cache is full.
-    void insert(QByteArray const& text, bool bigEndianBus, std::shared_ptr<VornFormatPlan const> plan);
+    void insert(QByteArray const& text, BusByteOrder bus, std::shared_ptr<VornFormatPlan const> plan);
 
 private:
     struct Entry
     {
-        bool bigEndianBus;
+        BusByteOrder bus;
         QByteArray text;
         std::shared_ptr<VornFormatPlan const> plan;
     };

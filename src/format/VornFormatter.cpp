@@ -10,20 +10,21 @@
 
 #include <QDebug>
 
+#include "format/DecimalText.h"
 #include "format/VariantText.h"
 #include "format/VornFormatSettings.h"
 
 namespace {
 
 // Little-endian bytes of an unsigned integer image, reversed for a big-endian client.
-QByteArray toBytes(uint64_t bits, int width, unsigned int byteOrder)
+void appendBytes(std::string& out, uint64_t bits, int width, unsigned int byteOrder)
 {
-    QByteArray bytes(width, '\0');
+    char bytes[8];
     for (int i = 0; i < width; ++i)
         bytes[i] = static_cast<char>((bits >> (8 * i)) & 0xFF);
     if (byteOrder == VornFormatSettings::BigEndian)
-        std::reverse(bytes.begin(), bytes.end());
-    return bytes;
+        std::reverse(bytes, bytes + width);
+    out.append(bytes, size_t(width));
 }
 
 template <typename T> uint64_t bitsOf(T value)
@@ -37,38 +38,36 @@ template <typename T> uint64_t bitsOf(T value)
     }
 }
 
-// Converts without undefined behaviour: NaN gives 0, everything else saturates to T's range.
-template <typename T> T saturate(double x)
+// Converts without undefined behaviour: NaN gives 0, everything else saturates to T's range; says
+// which of these happened, and when a fraction went.
+template <typename T> T saturate(double x, unsigned& effects)
 {
-    if (std::isnan(x))
+    if (std::isnan(x)) {
+        effects |= VornFormatter::NotANumber;
         return 0;
-    if (x <= static_cast<double>(std::numeric_limits<T>::lowest()))
+    }
+    if (x <= static_cast<double>(std::numeric_limits<T>::lowest())) {
+        if (x < static_cast<double>(std::numeric_limits<T>::lowest()))
+            effects |= VornFormatter::Clamped;
         return std::numeric_limits<T>::lowest();
+    }
     // The maximum of a 64-bit type is not exactly representable as a double; compare against 2^N.
-    if (x >= std::ldexp(1.0, std::numeric_limits<T>::digits))
+    if (x >= std::ldexp(1.0, std::numeric_limits<T>::digits)) {
+        effects |= VornFormatter::Clamped;
         return std::numeric_limits<T>::max();
+    }
+    if (x != std::trunc(x))
+        effects |= VornFormatter::FractionCut;
     return static_cast<T>(x);
 }
 
-float toFloat32(double x)
+float toFloat32(double x, unsigned& effects)
 {
-    if (x > FLT_MAX)
-        return std::numeric_limits<float>::infinity();
-    if (x < -FLT_MAX)
-        return -std::numeric_limits<float>::infinity();
+    if (std::fabs(x) > FLT_MAX) {
+        effects |= VornFormatter::Infinite;
+        return x > 0 ? std::numeric_limits<float>::infinity() : -std::numeric_limits<float>::infinity();
+    }
     return static_cast<float>(x);
-}
-
-// Qt writes negative numbers of other bases as their two's complement; clients get sign and magnitude.
-QByteArray integerText(long long value, int base)
-{
-    // The magnitude of the smallest value is computed unsigned, where it does not overflow.
-    unsigned long long const magnitude =
-        value < 0 ? 0ULL - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value);
-    QByteArray text = QByteArray::number(magnitude, base);
-    if (value < 0)
-        text.prepend('-');
-    return text;
 }
 
 bool isHexDigit(char c)
@@ -83,18 +82,58 @@ int hexValue(char c)
     return (c | 0x20) - 'a' + 10;
 }
 
-template <typename T> T variantToInt64(QVariant const& value)
+// The escapes of the text that starts at `from`, decoded in place.
+void decodeEscapes(std::string& text, size_t from)
 {
-    if (value.userType() == QMetaType::LongLong || value.userType() == QMetaType::ULongLong)
+    for (;;) {
+        size_t const found = text.find("\\x", from);
+        if (found == std::string::npos || text.size() - (found + 2) < 2)
+            break;
+        char const high = text[found + 2];
+        char const low = text[found + 3];
+        if (isHexDigit(high) && isHexDigit(low))
+            text.replace(found, 4, 1, static_cast<char>(hexValue(high) * 16 + hexValue(low)));
+        from = found + 1;
+    }
+}
+
+bool isMissing(QVariant const& value)
+{
+    return !value.isValid() || value.isNull();
+}
+
+// As Qt reads a 64-bit integer from a variant: exactly from one, rounded from a double, 0 from what
+// is no number. Says what that did to the value.
+template <typename T> T variantToInt64(QVariant const& value, unsigned& effects)
+{
+    int const type = value.userType();
+    if (type == QMetaType::LongLong || type == QMetaType::ULongLong) {
+        bool const otherSign = std::is_signed_v<T> ? type == QMetaType::ULongLong && value.toLongLong() < 0
+                                                   : type == QMetaType::LongLong && value.toLongLong() < 0;
+        if (otherSign)
+            effects |= VornFormatter::Wrapped;
         return static_cast<T>(std::is_signed_v<T> ? value.toLongLong() : value.toULongLong());
-    if (value.userType() == QMetaType::Double || value.userType() == QMetaType::Float) {
+    }
+    if (type == QMetaType::Double || type == QMetaType::Float) {
         // Qt rounds doubles; beyond the 64-bit range its conversion is undefined, so saturate first.
         double const d = value.toDouble();
         if (!std::isfinite(d) || std::fabs(d) >= 9.2e18)
-            return saturate<T>(d);
+            return saturate<T>(d, effects);
+        if (d != std::trunc(d))
+            effects |= VornFormatter::FractionRounded;
+        if (!std::is_signed_v<T> && qRound64(d) < 0)
+            effects |= VornFormatter::Wrapped;
     }
     bool ok = false;
     T const converted = static_cast<T>(std::is_signed_v<T> ? value.toLongLong(&ok) : value.toULongLong(&ok));
+    // Qt reads a text that is no whole number ("12.5") as 0 and calls that a success.
+    bool strict = true;
+    if (type == QMetaType::QString)
+        value.toString().toLongLong(&strict);
+    if (isMissing(value))
+        effects |= VornFormatter::Defaulted;
+    else if (!ok || !strict)
+        effects |= VornFormatter::NoNumber;
     return ok ? converted : 0;
 }
 
@@ -109,67 +148,158 @@ QByteArray VornFormatter::formatValue(QVariant const& value, QMap<QString, QVari
 
 QByteArray VornFormatter::formatValue(QVariant const& value, VornFormatSettings const& settings)
 {
+    std::string out;
+    formatInto(value, settings, out);
+    return QByteArray(out.data(), static_cast<int>(out.size()));
+}
+
+void VornFormatter::formatInto(QVariant const& value, VornFormatSettings const& settings, std::string& out,
+                               unsigned* effects)
+{
+    unsigned done = 0;
     switch (settings.type) {
     case VornFormatSettings::Int8:
-        return intToBytes<signed char>(value, settings);
+        writeNumber<signed char>(value, settings, out, done);
+        break;
     case VornFormatSettings::Int16:
-        return intToBytes<short>(value, settings);
+        writeNumber<short>(value, settings, out, done);
+        break;
     case VornFormatSettings::Int32:
-        return intToBytes<int>(value, settings);
+        writeNumber<int>(value, settings, out, done);
+        break;
     case VornFormatSettings::UInt8:
-        return intToBytes<unsigned char>(value, settings);
+        writeNumber<unsigned char>(value, settings, out, done);
+        break;
     case VornFormatSettings::UInt16:
-        return intToBytes<unsigned short>(value, settings);
+        writeNumber<unsigned short>(value, settings, out, done);
+        break;
     case VornFormatSettings::UInt32:
-        return intToBytes<unsigned int>(value, settings);
+        writeNumber<unsigned int>(value, settings, out, done);
+        break;
     case VornFormatSettings::Float32:
-        return intToBytes<float>(value, settings);
+        writeNumber<float>(value, settings, out, done);
+        break;
     case VornFormatSettings::Int64:
-        return int64ToBytes<long long>(value, settings);
+        writeInt64<long long>(value, settings, out, done);
+        break;
     case VornFormatSettings::UInt64:
-        return int64ToBytes<unsigned long long>(value, settings);
+        writeInt64<unsigned long long>(value, settings, out, done);
+        break;
     case VornFormatSettings::String:
-        return handleAsciiFieldWidthAndAlignment(decodeHexEscapes(variantText(value).toUtf8()), settings);
+        writeText(value, settings, out, done);
+        break;
+    default:
+        qCritical() << "Called VornFormatter::formatValue with unsupported type:"
+                    << static_cast<int>(settings.type);
     }
-    qCritical() << "Called VornFormatter::formatValue with unsupported type:"
-                << static_cast<int>(settings.type);
-    return QByteArray();
+    if (effects != nullptr)
+        *effects |= done;
+}
+
+template <typename T>
+void VornFormatter::writeNumber(QVariant const& value, VornFormatSettings const& settings, std::string& out,
+                                unsigned& effects)
+{
+    bool number = false;
+    double const read = value.toDouble(&number);
+    if (isMissing(value))
+        effects |= Defaulted;
+    else if (!number)
+        effects |= NoNumber;
+    double const x = static_cast<double>(settings.offset) + read * static_cast<double>(settings.scale);
+    size_t const from = out.size();
+
+    if constexpr (std::is_same_v<T, float>) {
+        if (settings.dataEncoding == VornFormatSettings::Binary) {
+            appendBytes(out, bitsOf(toFloat32(x, effects)), sizeof(float), settings.byteOrder);
+            return;
+        }
+        DecimalText::appendDouble(out, x, settings.displayFormat, settings.precision);
+        if (settings.decimalSeparator != '.')
+            std::replace(out.begin() + long(from), out.end(), '.', settings.decimalSeparator);
+    } else {
+        T const clamped = saturate<T>(x, effects);
+        if (settings.dataEncoding == VornFormatSettings::Binary) {
+            appendBytes(out, bitsOf(clamped), sizeof(T), settings.byteOrder);
+            return;
+        }
+        DecimalText::appendInteger(out, clamped, settings.base);
+    }
+    pad(out, from, settings, effects);
+}
+
+template <typename T>
+void VornFormatter::writeInt64(QVariant const& value, VornFormatSettings const& settings, std::string& out,
+                               unsigned& effects)
+{
+    T number = variantToInt64<T>(value, effects);
+    if (settings.scale != 1.0f || settings.offset != 0.0f) {
+        float const scaled = settings.offset + settings.scale * static_cast<float>(number);
+        number = saturate<T>(static_cast<double>(scaled), effects);
+    }
+    if (settings.dataEncoding == VornFormatSettings::Binary) {
+        appendBytes(out, static_cast<uint64_t>(number), 8, settings.byteOrder);
+        return;
+    }
+    size_t const from = out.size();
+    if constexpr (std::is_signed_v<T>)
+        DecimalText::appendInteger(out, number, settings.base);
+    else
+        DecimalText::appendUnsigned(out, number, settings.base);
+    pad(out, from, settings, effects);
+}
+
+void VornFormatter::writeText(QVariant const& value, VornFormatSettings const& settings, std::string& out,
+                              unsigned& effects)
+{
+    if (isMissing(value))
+        effects |= Defaulted;
+    size_t const from = out.size();
+    QByteArray const text = variantText(value).toUtf8();
+    out.append(text.constData(), size_t(text.size()));
+    decodeEscapes(out, from);
+    pad(out, from, settings, effects);
+}
+
+void VornFormatter::pad(std::string& out, size_t from, VornFormatSettings const& settings, unsigned& effects)
+{
+    size_t const width = size_t(std::max(settings.width, 0));
+    size_t const length = out.size() - from;
+    if (settings.numericFill && settings.type != VornFormatSettings::String && length > 0) {
+        size_t sign = 0;
+        if (settings.isSigned()) {
+            if (out[from] != '-')
+                out.insert(from, 1, '+');
+            sign = 1;
+        }
+        if (width > out.size() - from)
+            out.insert(from + sign, width - (out.size() - from), '0');
+    } else if (width > length) {
+        if (settings.alignment == VornFormatSettings::Left)
+            out.append(width - length, settings.fill);
+        else
+            out.insert(from, width - length, settings.fill);
+    }
+    if (width > 0 && out.size() - from > width)
+        effects |= Wider;
 }
 
 template <typename T>
 QByteArray VornFormatter::intToBytes(QVariant const& value, VornFormatSettings const& settings)
 {
-    double x = static_cast<double>(settings.offset) + value.toDouble() * static_cast<double>(settings.scale);
-
-    if constexpr (std::is_same_v<T, float>) {
-        if (settings.dataEncoding == VornFormatSettings::Binary)
-            return toBytes(bitsOf(toFloat32(x)), sizeof(float), settings.byteOrder);
-        QString text = QString::number(x, settings.displayFormat, settings.precision);
-        text.replace(QLatin1Char('.'), QLatin1Char(settings.decimalSeparator));
-        return handleAsciiFieldWidthAndAlignment(text.toLatin1(), settings);
-    } else {
-        T const clamped = saturate<T>(x);
-        if (settings.dataEncoding == VornFormatSettings::Binary)
-            return toBytes(bitsOf(clamped), sizeof(T), settings.byteOrder);
-        return handleAsciiFieldWidthAndAlignment(integerText(clamped, settings.base), settings);
-    }
+    std::string out;
+    unsigned effects = 0;
+    writeNumber<T>(value, settings, out, effects);
+    return QByteArray(out.data(), static_cast<int>(out.size()));
 }
 
 template <typename T>
 QByteArray VornFormatter::int64ToBytes(QVariant const& value, VornFormatSettings const& settings)
 {
-    T number = variantToInt64<T>(value);
-    if (settings.scale != 1.0f || settings.offset != 0.0f) {
-        float const scaled = settings.offset + settings.scale * static_cast<float>(number);
-        number = saturate<T>(static_cast<double>(scaled));
-    }
-
-    if (settings.dataEncoding == VornFormatSettings::Binary)
-        return toBytes(static_cast<uint64_t>(number), 8, settings.byteOrder);
-    QByteArray const text = std::is_signed_v<T>
-                                ? integerText(number, settings.base)
-                                : QByteArray::number(static_cast<qulonglong>(number), settings.base);
-    return handleAsciiFieldWidthAndAlignment(text, settings);
+    std::string out;
+    unsigned effects = 0;
+    writeInt64<T>(value, settings, out, effects);
+    return QByteArray(out.data(), static_cast<int>(out.size()));
 }
 
 template QByteArray VornFormatter::intToBytes<int>(QVariant const&, VornFormatSettings const&);
@@ -186,41 +316,15 @@ template QByteArray VornFormatter::int64ToBytes<unsigned long long>(QVariant con
 QByteArray VornFormatter::handleAsciiFieldWidthAndAlignment(QByteArray const& text,
                                                             VornFormatSettings const& settings)
 {
-    QByteArray result = text;
-    if (settings.numericFill && settings.type != VornFormatSettings::String && !text.isEmpty()) {
-        int signLength = 0;
-        if (settings.isSigned()) {
-            if (!result.startsWith('-'))
-                result.prepend('+');
-            signLength = 1;
-        }
-        if (settings.width > result.size())
-            result.insert(signLength, QByteArray(settings.width - result.size(), '0'));
-        return result;
-    }
-
-    if (settings.width > result.size()) {
-        QByteArray const padding(settings.width - result.size(), settings.fill);
-        if (settings.alignment == VornFormatSettings::Left)
-            result.append(padding);
-        else
-            result.prepend(padding);
-    }
-    return result;
+    std::string out(text.constData(), size_t(text.size()));
+    unsigned effects = 0;
+    pad(out, 0, settings, effects);
+    return QByteArray(out.data(), static_cast<int>(out.size()));
 }
 
 QByteArray VornFormatter::decodeHexEscapes(QByteArray bytes)
 {
-    int from = 0;
-    for (;;) {
-        int const found = bytes.indexOf("\\x", from);
-        if (found < 0 || bytes.size() - (found + 2) < 2)
-            break;
-        char const high = bytes.at(found + 2);
-        char const low = bytes.at(found + 3);
-        if (isHexDigit(high) && isHexDigit(low))
-            bytes.replace(found, 4, QByteArray(1, static_cast<char>(hexValue(high) * 16 + hexValue(low))));
-        from = found + 1;
-    }
-    return bytes;
+    std::string text(bytes.constData(), size_t(bytes.size()));
+    decodeEscapes(text, 0);
+    return QByteArray(text.data(), static_cast<int>(text.size()));
 }

@@ -8,26 +8,10 @@ namespace Logger {
 
 char const* LogEntryFormat::categoryText(unsigned int category)
 {
-    switch (category) {
-    case 0x01:
-        return "DEBUG";
-    case 0x02:
-        return "DIAG";
-    case 0x04:
-        return "TRACE";
-    case 0x08:
-        return "INFO";
-    case 0x10:
-        return "WARN";
-    case 0x20:
-        return "ERROR";
-    case 0x40:
-        return "FATAL";
-    case 0x80:
-        return "EMERG";
-    default:
-        return "UNKNOWN";
-    }
+    for (CategoryName const& known : kCategories)
+        if (known.bit == category)
+            return known.name;
+    return "UNKNOWN";
 }
 
 size_t LogEntryFormat::escape(char const* message, size_t length, char* out)

@@ -12,6 +12,16 @@ class LogEntryFormat
 public:
     static constexpr size_t kEntrySize = 500;
 
+    // The categories' names as entries carry them, one bit each.
+    struct CategoryName
+    {
+        unsigned int bit;
+        char const* name;
+    };
+    static constexpr CategoryName kCategories[] = {{0x01, "DEBUG"}, {0x02, "DIAG"}, {0x04, "TRACE"},
+                                                   {0x08, "INFO"},  {0x10, "WARN"}, {0x20, "ERROR"},
+                                                   {0x40, "FATAL"}, {0x80, "EMERG"}};
+
     // "DEBUG" ... "EMERG" for a single category bit, "UNKNOWN" for anything else.
     static char const* categoryText(unsigned int category);
 

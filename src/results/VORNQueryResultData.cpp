@@ -4,10 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <map>
 
 #include "core/VornStatus.h"
 #include "logger/RedisLogger.h"
+#include "results/ResultKeys.h"
+#include "results/ResultLookup.h"
 #include "results/VORNResultManager.h"
 
 using orv::Logger::RedisLogger;
@@ -15,28 +16,23 @@ using orv::Logger::RedisLogger;
 namespace orv {
 namespace {
 
-using KeyTable = std::map<std::string, VORNQueryResultData::Handler>;
-
-// Built on first use, so it exists before any request whatever the order of static construction.
-KeyTable const& keyTable()
+// The handler of a key, by what the key names; the keys are the result lookup's.
+VORNQueryResultData::Handler handlerOf(std::string const& key)
 {
-    static KeyTable const table = {
-        {"normalized_amplitude_image", &VORNQueryResultData::readTmpFSData},
-        {"distance_image", &VORNQueryResultData::readTmpFSData},
-        {"x_image", &VORNQueryResultData::readTmpFSData},
-        {"y_image", &VORNQueryResultData::readTmpFSData},
-        {"z_image", &VORNQueryResultData::readTmpFSData},
-        {"confidence_image", &VORNQueryResultData::readTmpFSData},
-        {"extrinsic_calibration", &VORNQueryResultData::readTmpFSData},
-        {"all_cartesian_vector_matrices", &VORNQueryResultData::readTmpFSData},
-        {"amplitude_image", &VORNQueryResultData::readTmpFSData},
-        {"raw_image_data", &VORNQueryResultData::readTmpFSData},
-        {"z4_amplitude_png", &VORNQueryResultData::handleZ4ImageDataPNG},
-        {"all_unit_vector_matrices", &VORNQueryResultData::readTmpFSData},
-        {"json_model", &VORNQueryResultData::handleJsonModel},
-        {"json_diagnostic", &VORNQueryResultData::handleJsonDiagnostic},
-    };
-    return table;
+    switch (ResultLookup::kindOf(key)) {
+    case ResultLookup::Kind::FrameData:
+        return &VORNQueryResultData::readTmpFSData;
+    case ResultLookup::Kind::JsonModel:
+        return &VORNQueryResultData::handleJsonModel;
+    case ResultLookup::Kind::JsonDiagnostic:
+        return &VORNQueryResultData::handleJsonDiagnostic;
+    case ResultLookup::Kind::AmplitudePicture:
+        return &VORNQueryResultData::handleZ4ImageDataPNG;
+    case ResultLookup::Kind::DiagnosticData: // a blob of formatted outputs only
+    case ResultLookup::Kind::None:
+        break;
+    }
+    return nullptr;
 }
 
 // The request's texts end at their NUL or at the end of their field, whichever comes first.
@@ -50,7 +46,7 @@ std::string field(char const* text, size_t capacity)
 VORNQueryResultData::VORNQueryResultData(VORNResultManager& manager, RedisLogger& logger)
     : m_manager(manager), m_logger(logger)
 {
-    keyTable();
+    ResultLookup::kindOf(""); // the key table is built at load, before any request
 }
 
 VORNResultData_t* VORNQueryResultData::createResult(std::string name, VORNDataType_t type, int size,
@@ -78,8 +74,8 @@ DataBlock* VORNQueryResultData::execute(DataBlock const* request)
     auto* query = reinterpret_cast<VORNQueryProcessData_t*>(request->data);
     std::string const key = field(query->key, sizeof query->key);
     std::string const id = field(query->id, sizeof query->id);
-    auto it = keyTable().find(key);
-    if (it == keyTable().end()) {
+    Handler const handler = handlerOf(key);
+    if (handler == nullptr) {
         VORNResultData_t* record = createResult(key, VORN_DATA_NONE, 0, nullptr);
         if (record != nullptr)
             record->status = VornStatus::DataNotAvailable;
@@ -88,7 +84,7 @@ DataBlock* VORNQueryResultData::execute(DataBlock const* request)
 
     DataBlock* reply = nullptr;
     try {
-        reply = (this->*(it->second))(query);
+        reply = (this->*handler)(query);
     } catch (std::exception const& e) {
         // A result id that is no number cannot number a derived chunk; nothing may leave the
         // plug-in as an exception, so the request gets no reply like any other failed derivation.
@@ -172,7 +168,7 @@ DataBlock* VORNQueryResultData::handleZ4ImageDataPNG(VORNQueryProcessData_t* req
     VORNResultManager::ResultData const* png = m_manager.getZ4ImageDataPNG(id);
     if (png == nullptr)
         return nullptr;
-    return replyWith("z4_amplitude_png", VORN_DATA_BINARY, png->size, png->data);
+    return replyWith(ResultKeys::AmplitudePicture, VORN_DATA_BINARY, png->size, png->data);
 }
 
 } // namespace orv

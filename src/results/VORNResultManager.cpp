@@ -13,6 +13,7 @@
 #include "god/God.h"
 #include "logger/RedisLogger.h"
 #include "results/AmplitudePicture.h"
+#include "results/ResultKeys.h"
 #include "results/ResultModelRedisPersister.h"
 
 using orv::Logger::RedisLogger;
@@ -21,9 +22,10 @@ namespace orv {
 namespace {
 
 constexpr int FrameWaitMs = 1000;
-constexpr char DiagnosticDataKey[] = "diagnostic_data";
-constexpr char JsonDiagnosticKey[] = "json_diagnostic";
-constexpr char JsonModelKey[] = "json_model";
+// The derived buffers are kept under the keys clients ask for them by; the picture under its own.
+constexpr char const* DiagnosticDataKey = ResultKeys::DiagnosticData;
+constexpr char const* JsonDiagnosticKey = ResultKeys::JsonDiagnostic;
+constexpr char const* JsonModelKey = ResultKeys::JsonModel;
 constexpr char AmplitudePngKey[] = "normalized_amplitude_image.png";
 
 // The id as std::stoul reads it on the camera, where unsigned long has 32 bits: an id beyond 32 bits
@@ -282,7 +284,7 @@ VORNResultManager::ResultData* VORNResultManager::getZ4ImageDataPNG(const std::s
 void VORNResultManager::createZ4ImageDataPNG(const std::string& id)
 {
     unsigned int size = 0;
-    void const* chunk = getTmpFSData(id, "normalized_amplitude_image", &size);
+    void const* chunk = getTmpFSData(id, ResultKeys::NormalizedAmplitudeImage, &size);
     if (chunk == nullptr || size < sizeof(ChunkHeader))
         return;
     ChunkHeader source;

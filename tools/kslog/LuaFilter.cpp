@@ -1,5 +1,7 @@
 #include "LuaFilter.h"
 
+#include "logger/LogEntryFormat.h"
+
 #include <cctype>
 #include <cstdio>
 
@@ -73,16 +75,8 @@ std::string LuaFilter::quote(std::string const& bytes)
 
 std::string LuaFilter::asStored(std::string const& text)
 {
-    std::string out;
-    for (unsigned char c : text) {
-        if (c >= 0x80 || !isprint(c)) {
-            out += '#';
-            continue;
-        }
-        if (c == '"' || c == '/' || c == '\\')
-            out += '\\';
-        out += static_cast<char>(c);
-    }
+    std::string out(2 * text.size() + 1, '\0');
+    out.resize(orv::Logger::LogEntryFormat::escape(text.data(), text.size(), &out[0]));
     return out;
 }
 

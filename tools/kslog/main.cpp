@@ -26,6 +26,7 @@
 #include "LuaFilter.h"
 #include "core/Paths.h"
 #include "logger/CrashTrigger.h"
+#include "logger/LogEntryFormat.h"
 #include "logger/RedisLogger.h"
 
 using orv::Logger::RedisLogger;
@@ -99,13 +100,7 @@ std::vector<std::string> splitList(std::string const& text)
     return items;
 }
 
-struct CategoryName
-{
-    char const* name;
-    unsigned int bit;
-};
-CategoryName const kCategories[] = {{"DEBUG", 0x01}, {"DIAG", 0x02},  {"TRACE", 0x04}, {"INFO", 0x08},
-                                    {"WARN", 0x10},  {"ERROR", 0x20}, {"FATAL", 0x40}, {"EMERG", 0x80}};
+using orv::Logger::LogEntryFormat;
 
 // Upper-cased, checked category names.
 std::vector<std::string> categories(std::string const& list)
@@ -113,8 +108,9 @@ std::vector<std::string> categories(std::string const& list)
     std::vector<std::string> names;
     for (std::string item : splitList(list)) {
         std::transform(item.begin(), item.end(), item.begin(), ::toupper);
-        bool const known = std::any_of(std::begin(kCategories), std::end(kCategories),
-                                       [&item](CategoryName const& c) { return item == c.name; });
+        bool const known =
+            std::any_of(std::begin(LogEntryFormat::kCategories), std::end(LogEntryFormat::kCategories),
+                        [&item](LogEntryFormat::CategoryName const& c) { return item == c.name; });
         if (!known)
             throw UsageError("unknown category \"" + item +
                              "\" (DEBUG, DIAG, TRACE, INFO, WARN, ERROR, FATAL, EMERG)");
@@ -129,7 +125,7 @@ unsigned int maskOf(std::vector<std::string> const& names)
 {
     unsigned int mask = 0;
     for (auto const& name : names)
-        for (auto const& c : kCategories)
+        for (auto const& c : LogEntryFormat::kCategories)
             if (name == c.name)
                 mask |= c.bit;
     return mask;

@@ -253,14 +253,12 @@ int runPlcTypes(Output& out, Args& args)
     std::string const path = args.at(0, "DESCRIPTION.json");
     QMap<QString, int> const counts = recordCounts(records.value_or(""));
 
-    QJsonParseError error{};
-    QJsonDocument const document =
-        orv::JsonParser::parse(QByteArray::fromStdString(requestText(readFile(path))), &error);
-    if (error.error != QJsonParseError::NoError)
-        throw std::runtime_error(path + " is no JSON: " + error.errorString().toStdString());
-    QVariantMap settings;
-    settings.insert(QStringLiteral("busEndianness"), bigEndian ? 1u : 0u);
-    VornFormatPlan const plan(document.toVariant().toMap().value("format").toMap(), settings);
+    QString error;
+    std::shared_ptr<VornFormatPlan const> const plan =
+        VornFormatPlan::fromRequest(QByteArray::fromStdString(requestText(readFile(path))),
+                                    bigEndian ? BusByteOrder::BigEndian : BusByteOrder::LittleEndian, &error);
+    if (plan == nullptr)
+        throw std::runtime_error(path + " is no JSON: " + error.toStdString());
 
     // The layout is the output of a result of the given counts; what the options say about values
     // that a real result would carry is of no use here.
@@ -268,7 +266,7 @@ int runPlcTypes(Output& out, Args& args)
     VornFormatOutput output;
     FormatTrace trace;
     QtMessageHandler const previous = qInstallMessageHandler(discardMessage);
-    plan.write(record, output, &trace);
+    plan->write(record, output, &trace);
     qInstallMessageHandler(previous);
     QSet<QString> const uncounted = record.uncounted();
     if (!uncounted.isEmpty())

@@ -25,11 +25,12 @@ QByteArray formatted(QByteArray const& description, FormatTrace& trace)
     QByteArray result(Result);
     EXPECT_TRUE(model.parse(result));
     orv::RecordMain main(nullptr, model, "1");
-    VornFormatPlan const plan(QJsonDocument::fromJson(description).toVariant().toMap(), {});
+    auto const plan =
+        VornFormatPlan::fromRequest("{\"format\":" + description + "}", BusByteOrder::LittleEndian);
     VornFormatOutput out;
-    plan.write(main, out, &trace);
+    plan->write(main, out, &trace);
     VornFormatOutput untraced;
-    plan.write(main, untraced);
+    plan->write(main, untraced);
     EXPECT_EQ(out.toByteArray(), untraced.toByteArray()) << "a trace must not change the output";
     return out.toByteArray();
 }

@@ -38,7 +38,8 @@ FormatTrace layoutOf(QByteArray const& description)
     LayoutRecord record({{"models", 2}, {"rois", 3}});
     VornFormatOutput out;
     FormatTrace trace;
-    VornFormatPlan(QJsonDocument::fromJson(description).toVariant().toMap(), {}).write(record, out, &trace);
+    VornFormatPlan::fromRequest("{\"format\":" + description + "}", BusByteOrder::LittleEndian)
+        ->write(record, out, &trace);
     return trace;
 }
 
