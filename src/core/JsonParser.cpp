@@ -186,7 +186,121 @@ QByteArray withoutShadowedMembers(QByteArray const& text, QJsonParseError* error
     return QByteArray(rewriter.out.GetString(), static_cast<int>(rewriter.out.GetSize()));
 }
 
+// The places of the numbers written with a fraction or an exponent, each as the path of object keys
+// and array positions that leads to it. A member that a later one of the same key shadows is
+// replaced by the later one's places, as Qt keeps the later member.
+struct DoubleNumbers : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, DoubleNumbers>
+{
+    struct Level
+    {
+        bool array;
+        int index;       // the position of the array element being read
+        std::string key; // the key of the object member being read
+    };
+    std::vector<Level> open;
+    std::map<std::vector<std::string>, bool> numbers; // the paths of the numbers written as doubles
+
+    // The path of the value being read; a step is "#N" for position N, "." and the key otherwise.
+    std::vector<std::string> path() const
+    {
+        std::vector<std::string> steps;
+        for (Level const& level : open)
+            steps.push_back(level.array ? "#" + std::to_string(level.index) : "." + level.key);
+        return steps;
+    }
+    // A value starts: it takes the next position of an array, and it shadows whatever an earlier
+    // member of the same key left at its place.
+    void starting()
+    {
+        if (!open.empty() && open.back().array)
+            ++open.back().index;
+        if (!numbers.empty()) {
+            std::vector<std::string> const prefix = path();
+            auto it = numbers.lower_bound(prefix);
+            while (it != numbers.end() && it->first.size() >= prefix.size() &&
+                   std::equal(prefix.begin(), prefix.end(), it->first.begin()))
+                it = numbers.erase(it);
+        }
+    }
+    bool Default()
+    {
+        starting();
+        return true;
+    }
+    bool RawNumber(char const* text, rapidjson::SizeType length, bool)
+    {
+        starting();
+        if (std::string(text, length).find_first_of(".eE") != std::string::npos)
+            numbers[path()] = true;
+        return true;
+    }
+    bool Key(char const* name, rapidjson::SizeType length, bool)
+    {
+        open.back().key.assign(name, length);
+        return true;
+    }
+    bool StartObject() { return start(false); }
+    bool StartArray() { return start(true); }
+    bool start(bool array)
+    {
+        starting();
+        open.push_back({array, -1, std::string()});
+        return true;
+    }
+    bool EndObject(rapidjson::SizeType) { return end(); }
+    bool EndArray(rapidjson::SizeType) { return end(); }
+    bool end()
+    {
+        open.pop_back();
+        return true;
+    }
+};
+
+// The variant that a path leads to, or null when the tree has no such place.
+QVariant* find(QVariant& root, std::vector<std::string> const& path)
+{
+    QVariant* at = &root;
+    for (std::string const& step : path) {
+        if (step[0] == '#' && at->userType() == QMetaType::QVariantList) {
+            auto& list = *static_cast<QVariantList*>(at->data());
+            int const index = std::stoi(step.substr(1));
+            if (index >= list.size())
+                return nullptr;
+            at = &list[index];
+        } else if (step[0] == '.' && at->userType() == QMetaType::QVariantMap) {
+            auto& map = *static_cast<QVariantMap*>(at->data());
+            auto const it = map.find(QString::fromStdString(step.substr(1)));
+            if (it == map.end())
+                return nullptr;
+            at = &it.value();
+        } else {
+            return nullptr;
+        }
+    }
+    return at;
+}
+
 } // namespace
+
+QVariant JsonParser::toVariant(QByteArray const& text, QJsonParseError* error)
+{
+    QJsonParseError parsed{};
+    QVariant tree = parse(text, &parsed).toVariant();
+    if (error != nullptr)
+        *error = parsed;
+    if (parsed.error != QJsonParseError::NoError)
+        return tree;
+    DoubleNumbers numbers;
+    rapidjson::MemoryStream stream(text.constData(), static_cast<size_t>(text.size()));
+    rapidjson::Reader().Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag>(
+        stream, numbers);
+    for (auto const& number : numbers.numbers) {
+        QVariant* const value = find(tree, number.first);
+        if (value != nullptr && value->userType() == QMetaType::LongLong)
+            *value = QVariant(static_cast<double>(value->toLongLong()));
+    }
+    return tree;
+}
 
 QJsonDocument JsonParser::parse(QByteArray const& text, QJsonParseError* error)
 {

@@ -7,6 +7,7 @@
 
 #include <QByteArray>
 #include <QJsonDocument>
+#include <QVariant>
 
 class QJsonParseError;
 
@@ -19,6 +20,11 @@ public:
     // some of those, such as raw control characters in strings), an empty document and Qt's error
     // for the text up to the offending character.
     static QJsonDocument parse(QByteArray const& text, QJsonParseError* error = nullptr);
+    // The parsed text as variants, as parse(text).toVariant() gives it, except that a number written
+    // with a fraction or an exponent stays a double: Qt 5.15 makes an integer of one whose value is
+    // whole, and 1.2345678901234568e+17 would then read as the text 123456789012345680 instead of
+    // 1.23456789012346e+17.
+    static QVariant toVariant(QByteArray const& text, QJsonParseError* error = nullptr);
 };
 
 } // namespace orv

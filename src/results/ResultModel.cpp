@@ -9,9 +9,8 @@
 bool ResultModel::parse(QByteArray& json)
 {
     QJsonParseError error;
-    QJsonDocument const document = orv::JsonParser::parse(json, &error);
     // Swapped in before the error is looked at: callers rely on a failed parse emptying the model.
-    m_map = document.toVariant().toMap();
+    m_map = orv::JsonParser::toVariant(json, &error).toMap();
     if (error.error != QJsonParseError::NoError) {
         qWarning("%s: An error occurred during parsing: %s", "parse",
                  error.errorString().toLocal8Bit().constData());

@@ -1,5 +1,6 @@
 // Every JSON text of a request or a result reaches Qt through this parser: it must answer exactly as
 // Qt does, without the memory Qt 5.15 loses on a repeated key.
+#include <functional>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -60,4 +61,36 @@ TEST(JsonParser, KeepsTheLastOfRepeatedKeysAsQtDoesWithoutLosingMemory)
         for (Case const& c : cases)
             parse(c.text);
     EXPECT_LT((orv::test::ResourceUsage::now() - before).heap, 2048);
+}
+
+TEST(JsonParser, KeepsANumberWrittenWithAFractionOrAnExponentADoubleWhereQtMakesAnInteger)
+{
+    struct Case
+    {
+        char const* text;
+        char const* types; // the types of the leaves, in the order QJsonDocument lists them
+    } const cases[] = {
+        {R"({"a":1.2345678901234568e+17,"b":2.0,"c":2,"d":1e2,"e":2.5,"f":1e300,"g":"2.0"})",
+         "double double qlonglong double double double QString"},
+        {R"({"a":[1.5e3,7,{"b":-0.0,"c":[0E0]}]})", "double qlonglong double double"},
+        {R"({"a":2.0,"a":3,"b":{"c":1e2},"b":{"d":1},"e":{"f":1e2},"e":{"f":5}})",
+         "qlonglong qlonglong qlonglong"},
+    };
+    for (Case const& c : cases) {
+        std::function<QString(QVariant const&)> leaves = [&](QVariant const& v) -> QString {
+            QString all;
+            if (v.userType() == QMetaType::QVariantMap)
+                for (QVariant const& member : v.toMap())
+                    all += leaves(member);
+            else if (v.userType() == QMetaType::QVariantList)
+                for (QVariant const& element : v.toList())
+                    all += leaves(element);
+            else
+                all += QString(v.typeName()) + ' ';
+            return all;
+        };
+        EXPECT_EQ(leaves(orv::JsonParser::toVariant(c.text)).trimmed().toStdString(), c.types) << c.text;
+    }
+    EXPECT_EQ(orv::JsonParser::toVariant(R"({"a":1.2345678901234568e+17})").toMap().value("a").toDouble(),
+              1.2345678901234568e+17);
 }

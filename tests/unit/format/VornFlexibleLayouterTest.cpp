@@ -29,12 +29,13 @@ TEST(VornFlexibleLayouter, WritesConstantsValuesAndBlobsInElementOrderWithoutSep
 {
     MessageCapture quiet;
     EXPECT_EQ(
-        layout(R"({"start":"ignored","x":"rec","a":258,"b":"txt"})",
+        layout(R"({"start":"ignored","x":"rec","a":258,"b":"txt","c":1.2345678901234568e+17})",
                R"({"elements":[{"type":"string","id":"start","value":"START"},{"type":"blob","value":"0d0a"},
         {"type":"records","id":"models","value":"x"}, {"type":"string","id":"x","value":null},
         {"type":"int16","id":"a","format":{"dataencoding":"binary","order":"big"}}, {"type":"string","id":"b"},
-        {"type":"blob","id":"missing"}, {"type":"uint8","id":"missing","format":{"width":2}}]})"),
-        "START\r\nrec\1\2txt 0");
+        {"type":"blob","id":"missing"}, {"type":"uint8","id":"missing","format":{"width":2}},
+        {"type":"string","id":"c"}]})"),
+        "START\r\nrec\1\2txt 01.23456789012346e+17"); // a double in 15 digits, not as an integer
 }
 
 TEST(VornFlexibleLayouter, WritesNestedElementsOncePerRecordWithInheritedOptionsButTheirOwnType)
