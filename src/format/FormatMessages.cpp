@@ -18,6 +18,8 @@ FormatMessages::Writer FormatMessages::add(QtMsgType level)
 
 void FormatMessages::replay() const
 {
+    if (m_notes.empty()) // the usual case, once for every value written
+        return;
     // What qWarning() and its siblings do: ask the default category's filter (logging rules can
     // switch a level off), then hand the text to the installed handler.
     QLoggingCategory const* const category = QLoggingCategory::defaultCategory();

@@ -1,6 +1,8 @@
 #include "format/RecordListROIs.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 #include <QDebug>
 
@@ -15,9 +17,14 @@ RecordListROIs::RecordListROIs(ResultModel& model)
         qWarning() << "Requested RecordListROIs, but the model has no ROIs";
         return;
     }
-    m_keys = m_table.getKeys();
-    std::sort(m_keys.begin(), m_keys.end(),
-              [](QString const& a, QString const& b) { return a.toInt(nullptr, 10) < b.toInt(nullptr, 10); });
+    // Each key read as a number once, not at every comparison; the order is the same.
+    std::vector<std::pair<int, QString>> numbered;
+    for (QString const& key : m_table.getKeys())
+        numbered.emplace_back(key.toInt(nullptr, 10), key);
+    std::sort(numbered.begin(), numbered.end(),
+              [](auto const& a, auto const& b) { return a.first < b.first; });
+    for (auto const& [number, key] : numbered)
+        m_keys.append(key);
     // After the keys on purpose: an updated ROI that was not among the ROIs is kept but not listed.
     applyUpdates(model);
 }
