@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "info/IdentEeprom.h"
-#include "info/KSCapability.h"
+#include "ident/IdentEeprom.h"
+#include "ident/KSCapability.h"
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {

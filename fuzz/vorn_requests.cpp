@@ -14,7 +14,7 @@
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "core/ChunkHeader.h"
-#include "core/KestrelVORN.h"
+#include "plugin/KestrelVORN.h"
 #include "device/DeviceReplies.h"
 #include "format/VORNFormatResults.h"
 #include "results/VORNResultRecords.h"

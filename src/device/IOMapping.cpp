@@ -1,6 +1,6 @@
 #include "device/IOMapping.h"
 
-#include "info/KSCapability.h"
+#include "ident/KSCapability.h"
 
 namespace orv {
 

@@ -1,6 +1,6 @@
 // The static plug-in object and the two C entry points the host daemon calls. Only the shared
 // library contains this file: loading it connects to Redis and the bus.
-#include "core/KestrelVORN.h"
+#include "plugin/KestrelVORN.h"
 
 namespace {
 KestrelVORN g_kestrelVorn;

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/KestrelVORN.h"
+#include "plugin/KestrelVORN.h"
 #include "core/VORNCommand.h"
 
 TEST(DataBlockLayout, HasEightWordsAroundThePayloadPointerWithTheCommandFifth)

@@ -1,10 +1,10 @@
-#include "info/KSCapability.h"
+#include "ident/KSCapability.h"
 
 #include <algorithm>
 #include <cstring>
 #include <memory>
 
-#include "info/IdentEeprom.h"
+#include "ident/IdentEeprom.h"
 
 namespace {
 

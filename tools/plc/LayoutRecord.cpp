@@ -1,4 +1,4 @@
-#include "format/LayoutRecord.h"
+#include "plc/LayoutRecord.h"
 
 #include "format/RecordListInterface.h"
 

@@ -1,4 +1,4 @@
-#include "core/KestrelVORN.h"
+#include "plugin/KestrelVORN.h"
 
 #include <string>
 

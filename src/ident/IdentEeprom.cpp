@@ -1,4 +1,4 @@
-#include "info/IdentEeprom.h"
+#include "ident/IdentEeprom.h"
 
 #include <cstdio>
 #include <cstring>

@@ -13,8 +13,8 @@
 
 #include "MessageCapture.h"
 #include "TempDir.h"
-#include "format/LayoutRecord.h"
-#include "format/PlcTypes.h"
+#include "plc/LayoutRecord.h"
+#include "plc/PlcTypes.h"
 #include "format/VornFormatOutput.h"
 #include "format/VornFormatPlan.h"
 

@@ -1,4 +1,4 @@
-#include "format/PlcTypes.h"
+#include "plc/PlcTypes.h"
 
 #include <algorithm>
 

@@ -15,8 +15,8 @@
 //   - the article (if it has an article entry) is one of the listed designations.
 // A capability listed in neither table is present on every device.
 
-#include "info/IdentEeprom.h"
-#include "info/KSCapability.h"
+#include "ident/IdentEeprom.h"
+#include "ident/KSCapability.h"
 
 KSEEPROMCapTable const& ks_eeprom_capabilities()
 {
