@@ -140,6 +140,7 @@ bool MirelDBusConnector::dbusCheckErrRetval(std::list<DBUS_ARG_T>::iterator& it)
     int32_t const code = it->value.i;
     ++it;
     if (it->type != DBUS_TYPE_STRING) {
+        // KEPT: the text of the first check, for the text after it too.
         m_logger.log(RedisLogger::ERROR, "DBUS_TYPE_INT32 expected");
         return false;
     }
@@ -229,6 +230,7 @@ bool MirelDBusConnector::setIO(int pin, int state)
     std::list<DBUS_ARG_T>::iterator it;
     bool const ok =
         checkedCall(kIOManager, "setPinStatus", in, out, 2, "Expected two retvals, but got %d", it);
+    // KEPT: logged at ERROR whatever the outcome; the device's log readers look for it there.
     m_logger.log(RedisLogger::ERROR, "setIO: PIN(%d) state(%d) res: %d", pin, state, ok ? 1 : 0);
     return ok;
 }
@@ -257,6 +259,7 @@ bool MirelDBusConnector::getIOMode(int pin, int& mode)
 {
     if (!readIntAfterCheck("getIOMode", pin, "Expected three retvals, but got %d", mode))
         return false;
+    // KEPT: a success logged at ERROR; the device's log readers look for it there.
     m_logger.log(RedisLogger::ERROR, "getIOMode: PIN(%d) mode: %d", pin, mode);
     return true;
 }

@@ -7,6 +7,7 @@ namespace orv {
 
 class IMirelConnector;
 
+// KEPT: the plug-in itself never calls it; it serves callers that want one counter without a block.
 class QueryStatisticInfo
 {
 public:

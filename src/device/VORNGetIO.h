@@ -21,7 +21,7 @@ public:
 private:
     void fill(VORNGetIOReply* reply, DataBlock const* request);
 
-    Logger::RedisLogger& m_logger;
+    [[maybe_unused]] Logger::RedisLogger& m_logger; // held like every command's; this one writes no entry
     IMirelConnector* m_connector; // may be null: every request then fails with the generic status
 };
 

@@ -18,7 +18,7 @@ public:
     DataBlock* execute(DataBlock const* request) override;
 
 private:
-    Logger::RedisLogger& m_logger;
+    [[maybe_unused]] Logger::RedisLogger& m_logger; // held like every command's; this one writes no entry
     IMirelConnector* m_connector; // may be null: every request then fails with the generic status
 };
 

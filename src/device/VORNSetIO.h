@@ -22,7 +22,7 @@ public:
 private:
     int32_t setPin(unsigned char const* data);
 
-    Logger::RedisLogger& m_logger;
+    [[maybe_unused]] Logger::RedisLogger& m_logger; // held like every command's; this one writes no entry
     IMirelConnector* m_connector; // may be null: every request then fails with the generic status
 };
 

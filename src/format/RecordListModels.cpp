@@ -26,6 +26,7 @@ QSharedPointer<RecordInterface> RecordListModels::getRecord(int index)
     ResultModel model;
     if (!m_model.get(key, model))
         return QSharedPointer<RecordInterface>();
+    // KEPT: the id is the key's last three characters ("model_7" gives 0), as clients number models.
     return QSharedPointer<RecordModel>::create(model, key.right(3).toInt(nullptr, 10), m_resultId);
 }
 

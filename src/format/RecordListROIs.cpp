@@ -25,7 +25,7 @@ RecordListROIs::RecordListROIs(ResultModel& model)
               [](auto const& a, auto const& b) { return a.first < b.first; });
     for (auto const& [number, key] : numbered)
         m_keys.append(key);
-    // After the keys on purpose: an updated ROI that was not among the ROIs is kept but not listed.
+    // KEPT: after the keys, so an updated ROI that was not among the ROIs is stored but not listed.
     applyUpdates(model);
 }
 

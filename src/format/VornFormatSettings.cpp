@@ -123,7 +123,7 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
                 byteOrder = bus.value().toUInt();
             }
         } else {
-            // The message names another key; readers of the device's logs know it this way.
+            // KEPT: the text names another key; readers of the device's logs know it this way.
             messages.add(QtCriticalMsg) << "Unexpect value of 'alignment'" << value;
         }
     }
@@ -165,8 +165,8 @@ void VornFormatSettings::loadSettingsFromVariants(QMap<QString, QVariant> const&
     if (take(options, used, "decimalseparator", value)) {
         QString const text = value.toString();
         if (text.isEmpty())
-            messages.add(QtCriticalMsg)
-                << "Unexpect empty value of 'fill'" << value; // sic: the established text
+            // KEPT: the text names another key, as the established message always has.
+            messages.add(QtCriticalMsg) << "Unexpect empty value of 'fill'" << value;
         else
             decimalSeparator = text.at(0).toLatin1();
     }

@@ -38,6 +38,7 @@ bool ident_eeprom_check(int kind, uint8_t const* buffer);
 bool ident_eeprom_get_article(int kind, uint8_t const* buffer, KSArticle* article);
 bool ident_eeprom_get_board_ident(uint8_t const* buffer, KSBoardIdent* ident);
 uint8_t crc_update(uint8_t crc, uint8_t const* data, size_t length);
+// KEPT: never called: it prints the CRC table as C source, for whoever regenerates the table.
 void crc_print();
 // Finds the sysfs path of the device of `subsystem` bound to `driver` whose path ends in `name`
 // (any such device when `name` is null).

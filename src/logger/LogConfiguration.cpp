@@ -123,7 +123,7 @@ bool RedisLoggerPimpl::loadConfig(std::string const& name)
 {
     ContextPtr store = connectPermanentStore();
     if (!store) {
-        // Names the other socket, as this text always has.
+        // KEPT: the text names the other socket, as it always has.
         fprintf(stderr, "%s: Redis connection problem for connecting via %s\n", "loadConfig",
                 "/tmp/redis-cache.sock");
         return false;
@@ -159,7 +159,7 @@ bool RedisLoggerPimpl::saveConfig(std::string const& source, unsigned int newMas
     text += "}\n";
 
     ReplyPtr reply = command(store.get(), "HSET %s %s %s", kPermanentConfigKey, source.c_str(), text.c_str());
-    // Redis answers HSET with a number, so a successful store reports false; see docs/decisions.md.
+    // KEPT: Redis answers HSET with a number, so a successful store reports false.
     if (!reply || reply->type != REDIS_REPLY_STRING)
         return false;
     return evaluateConfig(reply->str, false);

@@ -40,7 +40,7 @@ size_t LogEntryFormat::format(char* out, long seconds, long nanoseconds, int pid
         seconds, nanoseconds / 100000, pid, categoryText(category), source, escapedMessage);
     if (n < 0)
         return 0;
-    // A cut entry is sent with its terminating zero, as the readers have always received it.
+    // KEPT: a cut entry is sent with its terminating zero, as the readers have always received it.
     return static_cast<size_t>(n) >= kEntrySize ? kEntrySize : static_cast<size_t>(n);
 }
 

@@ -51,6 +51,7 @@ void* RedisLoggerPimpl::getLogEntriesFiltered(int first, int last, char const* f
     if (filter == nullptr) {
         reply = command(context, "LRANGE %s %d %d", logKey.c_str(), first, last);
         if (reply && reply->type == REDIS_REPLY_ERROR)
+            // KEPT: without a line break, as the text has always been.
             fprintf(stderr, "%s: %s(LRANGE %s %d %d)", "getLogEntries", reply->str, logKey.c_str(), first,
                     last);
     } else {

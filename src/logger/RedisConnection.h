@@ -14,6 +14,7 @@ namespace orv {
 namespace Logger {
 
 inline constexpr char kConfigChannel[] = "LOGGER:CFG";
+// KEPT: "!n", not a line break: the text as readers of the process's errors know it.
 inline constexpr char kNotConnected[] = "REDIS NOT CONNECTED !n";
 
 struct ReplyDeleter

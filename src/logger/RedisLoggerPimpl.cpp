@@ -119,6 +119,7 @@ int RedisLoggerPimpl::logFixed(Category category, char const* message, unsigned 
 bool RedisLoggerPimpl::pushEntry(char const* entry, unsigned int length)
 {
     // One exchange with the server: queue all three commands, then read the three replies.
+    // KEPT: the failure texts say "LPUSH" and "LTRIM %s 0 10000", not what is sent; readers know them.
     if (redisAppendCommand(context, "RPUSH %s %b", logKey.c_str(), entry, static_cast<size_t>(length)) !=
         REDIS_OK) {
         fprintf(stderr, "%s: LPUSH %s %s failed!\n", "redisPushLog", logKey.c_str(), entry);

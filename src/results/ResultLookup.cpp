@@ -74,6 +74,7 @@ unsigned char const* ResultLookup::blob(std::string const& key, unsigned int& le
 
 QVariant ResultLookup::deviceValue(QString const& id) const
 {
+    // KEPT: "temp_imx6" has no field, so it always comes from the result itself.
     static QMap<QString, QString> const fields = {
         {"temp_front1", "TemperatureFrontend1"}, {"temp_front2", "TemperatureFrontend2"},
         {"temp_illu", "TemperatureIllu"},        {"evaltime", "FrameDuration"},

@@ -34,7 +34,8 @@ private:
     bool hset(char const* operation, QString const& key, QByteArray const& json);
 
     redisContext* m_context = nullptr;
-    int m_port = 0;
+    // Where the persister connected, kept for whoever inspects it; the connection is all it uses.
+    [[maybe_unused]] int m_port = 0;
     QString m_host;
     QString m_socketPath;
 };

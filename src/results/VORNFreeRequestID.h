@@ -19,7 +19,7 @@ public:
 
 private:
     VORNResultManager& m_manager;
-    Logger::RedisLogger& m_logger;
+    [[maybe_unused]] Logger::RedisLogger& m_logger; // held like every command's; this one writes no entry
 };
 
 } // namespace orv

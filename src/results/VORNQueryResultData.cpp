@@ -128,7 +128,7 @@ DataBlock* VORNQueryResultData::readTmpFSData(VORNQueryProcessData_t* request)
     void const* data = m_manager.getTmpFSData(id, key, &size);
     if (data == nullptr)
         return nullptr;
-    // This handler alone answers even without a record: the block then carries no payload.
+    // KEPT: this handler alone answers even without a record: the block then carries no payload.
     VORNResultData_t* record = createResult(key, VORN_DATA_BINARY, static_cast<int>(size), data);
     return create_DataBlock(ReplyCode::QueryResultData, reinterpret_cast<unsigned char*>(record));
 }

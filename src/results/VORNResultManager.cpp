@@ -70,7 +70,7 @@ bool VORNResultManager::acquire(const std::string& id)
         m_logger.log(RedisLogger::DEBUG, "%s(%s): rv: %s", "acquire", id.c_str(), "true");
         return true;
     }
-    // The unexpected frame stays current: reads for the requested id fail, and releasing the
+    // KEPT: the unexpected frame stays current: reads for the requested id fail, and releasing the
     // frame's own id gives it back.
     m_logger.log(RedisLogger::ERROR, "%s: unexpected dequeued element (%s), expected: %s", "acquire",
                  frameId.c_str(), id.c_str());
@@ -244,7 +244,7 @@ VORNResultManager::registerTextChunk(const std::string& key, char const* operati
 
 VORNResultManager::ResultData* VORNResultManager::getJsonDiagnostic(const std::string& id)
 {
-    // Unlike the other derived data, a second request within one result is refused.
+    // KEPT: unlike the other derived data, a second request within one result is refused.
     if (findResultData(JsonDiagnosticKey) != nullptr)
         return nullptr;
     QByteArray const text = getRedisResult(id, "DiagnosticData").toUtf8();
@@ -299,7 +299,7 @@ void VORNResultManager::createZ4ImageDataPNG(const std::string& id)
                      "createZ4ImageDataPNG", id.c_str());
         return;
     }
-    // Width holds the source's pixel count and the frame count is 1: that is how clients of this
+    // KEPT: width holds the source's pixel count and the frame count is 1: that is how clients of this
     // chunk read it.
     ChunkHeader header;
     header.chunkType = ChunkType::PngPicture;

@@ -25,7 +25,7 @@ class VORNResultManager : public resultsync::FrameClient
 public:
     enum MemoryType
     {
-        Mapped = 0, // given back with munmap
+        Mapped = 0, // given back with munmap. KEPT: no buffer of today's is mapped
         Heap = 1,   // given back with free
     };
 
