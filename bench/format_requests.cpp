@@ -16,6 +16,7 @@
 #include <QtGlobal>
 
 #include "BenchCamera.h"
+#include "results/ResultKeys.h"
 
 using orv::bench::BenchCamera;
 
@@ -23,13 +24,14 @@ namespace {
 
 constexpr int Models = 4, Rois = 16;
 constexpr unsigned ImageWidth = 640, ImageHeight = 480;
-char const* const Planes[] = {"distance_image",
-                              "x_image",
-                              "y_image",
-                              "z_image",
-                              "amplitude_image",
-                              "confidence_image",
-                              "normalized_amplitude_image"};
+namespace Keys = orv::ResultKeys;
+char const* const Planes[] = {Keys::DistanceImage,
+                              Keys::XImage,
+                              Keys::YImage,
+                              Keys::ZImage,
+                              Keys::AmplitudeImage,
+                              Keys::ConfidenceImage,
+                              Keys::NormalizedAmplitudeImage};
 
 // The ROI fields the description asks for, with their type and the snprintf conversion that
 // writes a value of that type the way the formatter does.

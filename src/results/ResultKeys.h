@@ -39,5 +39,12 @@ constexpr char JsonDiagnostic[] = "json_diagnostic";
 constexpr char DiagnosticData[] = "diagnostic_data";
 constexpr char AmplitudePicture[] = "z4_amplitude_png";
 
+// Where the camera leaves a result in Redis: the hash "result_<id>" with these fields, and the mask
+// of each model as the file "roimask_<model id>" in the imager's run directory.
+constexpr char RedisResultPrefix[] = "result_";
+constexpr char ModelResultField[] = "ModelResult";
+constexpr char DiagnosticDataField[] = "DiagnosticData";
+constexpr char RoiMaskPrefix[] = "roimask_";
+
 } // namespace ResultKeys
 } // namespace orv

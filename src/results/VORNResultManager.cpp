@@ -140,7 +140,7 @@ void VORNResultManager::newResultData(const std::string& key, int size, void* da
 void VORNResultManager::fetchRedisResults(const std::string& id)
 {
     m_redisResults.clear();
-    QString const name = QString("result_%1").arg(QString::fromLatin1(id.c_str()));
+    QString const name = QLatin1String(ResultKeys::RedisResultPrefix) + QString::fromLatin1(id.c_str());
     QStringList fields;
     QStringList values;
     int const rc = god::getall(&name, &fields, &values);
@@ -170,7 +170,7 @@ ResultModel* VORNResultManager::getJsonModel(const std::string& id)
     ResultModel& model = m_jsonModels[id];
     // A failed load leaves the empty model cached: the next call answers with it, and the
     // formatter reads an empty model as a result without content.
-    if (!m_persister->get(QString("result_") + QString::fromStdString(id), model))
+    if (!m_persister->get(QLatin1String(ResultKeys::RedisResultPrefix) + QString::fromStdString(id), model))
         return nullptr;
     return &model;
 }
@@ -247,7 +247,7 @@ VORNResultManager::ResultData* VORNResultManager::getJsonDiagnostic(const std::s
     // KEPT: unlike the other derived data, a second request within one result is refused.
     if (findResultData(JsonDiagnosticKey) != nullptr)
         return nullptr;
-    QByteArray const text = getRedisResult(id, "DiagnosticData").toUtf8();
+    QByteArray const text = getRedisResult(id, ResultKeys::DiagnosticDataField).toUtf8();
     return registerTextChunk(JsonDiagnosticKey, "getJsonDiagnostic", id, ChunkType::DiagnosticJson, text);
 }
 
@@ -289,7 +289,8 @@ void VORNResultManager::createZ4ImageDataPNG(const std::string& id)
         return;
     ChunkHeader source;
     memcpy(&source, chunk, sizeof source);
-    QByteArray const png = AmplitudePicture::png(chunk, size, getRedisResult(id, "ModelResult").toUtf8());
+    QByteArray const png =
+        AmplitudePicture::png(chunk, size, getRedisResult(id, ResultKeys::ModelResultField).toUtf8());
     if (png.isEmpty())
         return;
     size_t const total = sizeof(ChunkHeader) + static_cast<size_t>(png.size());

@@ -13,6 +13,7 @@
 
 #include "ResultDocument.h"
 #include "core/Paths.h"
+#include "results/ResultKeys.h"
 #include "resultsync/FrameDirectory.h"
 #include "resultsync/FramePublisher.h"
 
@@ -119,12 +120,12 @@ bool FrameProducer::storeResult(uint32_t id, std::string const& model)
         return false;
     }
     ResultDocument const document(m_scene, id);
-    std::string const key = "result_" + std::to_string(id);
+    std::string const key = orv::ResultKeys::RedisResultPrefix + std::to_string(id);
     std::vector<std::string> args = {"HSET",
                                      key,
-                                     "ModelResult",
+                                     orv::ResultKeys::ModelResultField,
                                      model,
-                                     "DiagnosticData",
+                                     orv::ResultKeys::DiagnosticDataField,
                                      document.diagnosticJson(),
                                      "TemperatureIllu",
                                      text(document.temperatureIllu()),
@@ -162,7 +163,7 @@ void FrameProducer::writeRoiMasks(uint32_t id)
         return;
     }
     for (RoiMask const& mask : ResultDocument(m_scene, id).masks()) {
-        std::string const path = dir + "/roimask_" + std::to_string(mask.modelId);
+        std::string const path = dir + "/" + orv::ResultKeys::RoiMaskPrefix + std::to_string(mask.modelId);
         if (!writeFile(path, mask.pixels))
             fprintf(stderr, "camsim: cannot write %s: %s\n", path.c_str(), strerror(errno));
     }
@@ -170,12 +171,12 @@ void FrameProducer::writeRoiMasks(uint32_t id)
 
 void FrameProducer::forget(uint32_t id)
 {
-    std::string const key = "result_" + std::to_string(id);
+    std::string const key = orv::ResultKeys::RedisResultPrefix + std::to_string(id);
     if (m_redis != nullptr && m_redis->err == 0)
         freeReplyObject(redisCommand(m_redis, "DEL %s", key.c_str()));
     std::string const dir = m_runDir + "/" + std::to_string(id);
     for (RoiMask const& mask : ResultDocument(m_scene, id).masks())
-        unlink((dir + "/roimask_" + std::to_string(mask.modelId)).c_str());
+        unlink((dir + "/" + orv::ResultKeys::RoiMaskPrefix + std::to_string(mask.modelId)).c_str());
     rmdir(dir.c_str());
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/ChunkHeader.h"
+#include "results/ResultKeys.h"
 
 namespace camsim {
 namespace {
@@ -119,21 +120,23 @@ std::vector<Image> SyntheticScene::render(uint32_t frame, uint64_t timeStampUs) 
 
     unsigned int const w = m_width, h = m_height;
     using namespace ImageChunk;
+    namespace Keys = orv::ResultKeys;
     return {
-        chunk("raw_image_data", RawImage, PixelFormat::UInt16, w, h, raw, frame, timeStampUs),
-        chunk("distance_image", DistanceImage, PixelFormat::UInt16, w, h, distance, frame, timeStampUs),
-        chunk("amplitude_image", AmplitudeImage, PixelFormat::UInt16, w, h, amplitude, frame, timeStampUs),
-        chunk("normalized_amplitude_image", NormalizedAmplitudeImage, PixelFormat::UInt16, w, h, normalized,
+        chunk(Keys::RawImageData, RawImage, PixelFormat::UInt16, w, h, raw, frame, timeStampUs),
+        chunk(Keys::DistanceImage, DistanceImage, PixelFormat::UInt16, w, h, distance, frame, timeStampUs),
+        chunk(Keys::AmplitudeImage, AmplitudeImage, PixelFormat::UInt16, w, h, amplitude, frame, timeStampUs),
+        chunk(Keys::NormalizedAmplitudeImage, NormalizedAmplitudeImage, PixelFormat::UInt16, w, h, normalized,
               frame, timeStampUs),
-        chunk("x_image", XImage, PixelFormat::Int16, w, h, xs, frame, timeStampUs),
-        chunk("y_image", YImage, PixelFormat::Int16, w, h, ys, frame, timeStampUs),
-        chunk("z_image", ZImage, PixelFormat::Int16, w, h, zs, frame, timeStampUs),
-        chunk("all_cartesian_vector_matrices", CartesianVectors, PixelFormat::Int16, w, h, cartesian, frame,
+        chunk(Keys::XImage, XImage, PixelFormat::Int16, w, h, xs, frame, timeStampUs),
+        chunk(Keys::YImage, YImage, PixelFormat::Int16, w, h, ys, frame, timeStampUs),
+        chunk(Keys::ZImage, ZImage, PixelFormat::Int16, w, h, zs, frame, timeStampUs),
+        chunk(Keys::AllCartesianVectorMatrices, CartesianVectors, PixelFormat::Int16, w, h, cartesian, frame,
               timeStampUs),
-        chunk("all_unit_vector_matrices", UnitVectors, PixelFormat::Float32, w, h, m_unit, frame,
+        chunk(Keys::AllUnitVectorMatrices, UnitVectors, PixelFormat::Float32, w, h, m_unit, frame,
               timeStampUs),
-        chunk("confidence_image", ConfidenceImage, PixelFormat::UInt16, w, h, confidence, frame, timeStampUs),
-        chunk("extrinsic_calibration", ExtrinsicCalibration, PixelFormat::Float32, 6, 1, extrinsic, frame,
+        chunk(Keys::ConfidenceImage, ConfidenceImage, PixelFormat::UInt16, w, h, confidence, frame,
+              timeStampUs),
+        chunk(Keys::ExtrinsicCalibration, ExtrinsicCalibration, PixelFormat::Float32, 6, 1, extrinsic, frame,
               timeStampUs),
     };
 }

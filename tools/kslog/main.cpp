@@ -24,6 +24,7 @@
 
 #include "EntryPrinter.h"
 #include "LuaFilter.h"
+#include "ToolMain.h"
 #include "core/Paths.h"
 #include "logger/CrashTrigger.h"
 #include "logger/LogEntryFormat.h"
@@ -33,16 +34,21 @@ using orv::Logger::RedisLogger;
 
 namespace {
 
-struct UsageError : std::runtime_error
-{
-    using std::runtime_error::runtime_error;
-};
+using cli::UsageError;
+using cli::Words;
 
+// The tool's own options, taken wherever they stand.
+struct Settings
+{
+    bool json = false;
+    std::string socket = orv::Paths::redisCacheSocket();
+};
+Settings g_settings;
+
+// A command's own options as given: name -> value ("" for switches).
 struct Options
 {
-    std::map<std::string, std::string> values; // option name -> value ("" for switches)
-    bool json = false;
-    std::string socket;
+    std::map<std::string, std::string> values;
 
     bool has(std::string const& name) const { return values.count(name) != 0; }
     std::string const& get(std::string const& name) const { return values.at(name); }
@@ -60,29 +66,18 @@ struct Command
     std::function<int(Options const&)> run;
 };
 
-char const kGlobalHelp[] = "Common options:\n"
-                           "  --socket PATH   Redis socket of the log (default: %s)\n"
-                           "  --json          output for scripts: one JSON object per line\n"
-                           "  --help          this help\n";
-
-// ---------------------------------------------------------------------------------------------
-// Helpers
-
 long long toNumber(std::string const& text, char const* what, long long low, long long high)
 {
-    char* end = nullptr;
-    errno = 0;
-    long long const value = strtoll(text.c_str(), &end, 0);
-    if (text.empty() || *end != '\0' || errno != 0 || value < low || value > high)
-        throw UsageError(std::string(what) + " must be a number from " + std::to_string(low) + " to " +
-                         std::to_string(high) + ", not \"" + text + "\"");
-    return value;
+    return Words::toNumber(text, what, low, high);
 }
 
 int toInt(std::string const& text, char const* what)
 {
     return static_cast<int>(toNumber(text, what, INT32_MIN, INT32_MAX));
 }
+
+// ---------------------------------------------------------------------------------------------
+// Helpers
 
 std::vector<std::string> splitList(std::string const& text)
 {
@@ -131,12 +126,12 @@ unsigned int maskOf(std::vector<std::string> const& names)
     return mask;
 }
 
-std::unique_ptr<RedisLogger> connect(Options const& options)
+std::unique_ptr<RedisLogger> connect()
 {
     try {
-        return std::make_unique<RedisLogger>("kslog", options.socket.c_str(), "LOG:ENTRIES", false);
+        return std::make_unique<RedisLogger>("kslog", g_settings.socket.c_str(), "LOG:ENTRIES", false);
     } catch (std::exception const& e) {
-        throw std::runtime_error("cannot reach Redis at " + options.socket + ": " + e.what());
+        throw std::runtime_error("cannot reach Redis at " + g_settings.socket + ": " + e.what());
     }
 }
 
@@ -172,13 +167,13 @@ int runList(Options const& options)
     if (options.has("--lua"))
         filter.requireExpression(options.get("--lua"));
 
-    auto logger = connect(options);
+    auto logger = connect();
     std::vector<std::map<std::string, std::string>> entries;
     std::string const expression = filter.expression();
     if (!logger->getLogEntriesFiltered(entries, from, to, filter.empty() ? nullptr : expression.c_str()))
         throw std::runtime_error(
             "no entries read: the server rejected the request or the filter (see above)");
-    kslog::EntryPrinter const printer(stdout, options.json, colourWanted());
+    kslog::EntryPrinter const printer(stdout, g_settings.json, colourWanted());
     for (auto const& entry : entries)
         printer.print(entry);
     return 0;
@@ -212,8 +207,8 @@ int runTail(Options const& options)
     int const lines = options.has("-n") ? toInt(options.get("-n"), "-n") : 10;
     if (lines < 0)
         throw UsageError("-n must not be negative");
-    auto logger = connect(options);
-    kslog::EntryPrinter const printer(stdout, options.json, colourWanted());
+    auto logger = connect();
+    kslog::EntryPrinter const printer(stdout, g_settings.json, colourWanted());
     if (lines > 0) {
         std::vector<std::map<std::string, std::string>> entries;
         if (!logger->getLogEntriesFiltered(entries, -lines, -1, nullptr))
@@ -229,11 +224,11 @@ int runTail(Options const& options)
     throw std::runtime_error("the connection to Redis ended");
 }
 
-int runCount(Options const& options)
+int runCount(Options const&)
 {
-    auto logger = connect(options);
+    auto logger = connect();
     int const count = logger->countLogs();
-    if (options.json) {
+    if (g_settings.json) {
         cJSON* object = cJSON_CreateObject();
         cJSON_AddNumberToObject(object, "count", count);
         printJsonLine(object);
@@ -243,13 +238,13 @@ int runCount(Options const& options)
     return 0;
 }
 
-int runClear(Options const& options)
+int runClear(Options const&)
 {
-    auto logger = connect(options);
+    auto logger = connect();
     int const count = logger->countLogs();
     if (!logger->deleteLogs())
         throw std::runtime_error("the log was not cleared (see above)");
-    if (options.json) {
+    if (g_settings.json) {
         cJSON* object = cJSON_CreateObject();
         cJSON_AddNumberToObject(object, "cleared", count);
         printJsonLine(object);
@@ -336,7 +331,7 @@ int runConfig(Options const& options)
     cJSON_free(json);
     cJSON_Delete(text);
 
-    auto logger = connect(options);
+    auto logger = connect();
     if (options.has("--save")) {
         // Only what a stored record can hold: a mask, a maximum above 0, an expression.
         if (mask < 0 && max < 1 && segv.empty())
@@ -348,7 +343,7 @@ int runConfig(Options const& options)
     if (!logger->redisPushConfig(published.c_str(), static_cast<unsigned int>(published.size())))
         throw std::runtime_error("the configuration could not be published");
 
-    if (options.json) {
+    if (g_settings.json) {
         cJSON* object = cJSON_CreateObject();
         cJSON_AddStringToObject(object, "published", published.c_str());
         cJSON_AddBoolToObject(object, "saved", options.has("--save"));
@@ -419,62 +414,19 @@ std::vector<Command> const& commands()
     return all;
 }
 
-void printCommandHelp(Command const& c)
-{
-    printf("%s\n\nUsage: %s\n", c.summary, c.usage);
-    if (c.details[0] != '\0')
-        printf("\n%s", c.details);
-    printf("\n");
-    printf(kGlobalHelp, orv::Paths::redisCacheSocket().c_str());
-    printf("\nExample:\n  %s\n", c.example);
-}
-
-void printHelp()
-{
-    printf("kslog: read, follow and configure the camera's log.\n\nUsage: kslog COMMAND "
-           "[OPTIONS]\n\nCommands:\n");
-    for (auto const& c : commands())
-        printf("  %-7s %s\n", c.name, c.summary);
-    printf("\n");
-    printf(kGlobalHelp, orv::Paths::redisCacheSocket().c_str());
-    printf("\n'kslog COMMAND --help' shows a command's options and an example.\n");
-}
-
-// Parses the words after the command name; throws UsageError.
-Options parse(Command const& c, std::vector<std::string> const& words, bool& help)
+// Takes the command's options out of the words; nothing else may be left.
+Options take(Command const& c, Words& words)
 {
     Options options;
-    options.socket = orv::Paths::redisCacheSocket();
-    for (size_t i = 0; i < words.size(); ++i) {
-        std::string word = words[i];
-        std::string value;
-        bool inlineValue = false;
-        size_t const equals = word.find('=');
-        if (word.rfind("--", 0) == 0 && equals != std::string::npos) {
-            value = word.substr(equals + 1);
-            word = word.substr(0, equals);
-            inlineValue = true;
-        }
-        if (word == "--help" || word == "-h") {
-            help = true;
-        } else if (word == "--json") {
-            options.json = true;
-        } else if (word == "--socket" || c.withValues.count(word) != 0) {
-            if (!inlineValue) {
-                if (i + 1 >= words.size())
-                    throw UsageError(word + " needs a value");
-                value = words[++i];
-            }
-            if (word == "--socket")
-                options.socket = value;
-            else
-                options.values[word] = value;
-        } else if (c.switches.count(word) != 0) {
-            options.values[word] = "";
-        } else {
-            throw UsageError("unknown option \"" + word + "\"");
-        }
+    for (auto const& name : c.withValues) {
+        if (auto value = words.option(name))
+            options.values[name] = *value;
     }
+    for (auto const& name : c.switches) {
+        if (words.flag(name))
+            options.values[name] = "";
+    }
+    words.expectCount(0, 0);
     return options;
 }
 
@@ -484,31 +436,19 @@ int main(int argc, char** argv)
 {
     // A write to a server that went away must end in an error message, not in SIGPIPE.
     signal(SIGPIPE, SIG_IGN);
-    std::vector<std::string> words(argv + 1, argv + argc);
-    if (words.empty() || words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
-        printHelp();
-        return words.empty() ? 2 : 0;
+    cli::ToolMain tool("kslog", "Reads, follows and configures the camera's log.");
+    tool.addOption("--socket PATH",
+                   "Redis socket of the log (default: " + orv::Paths::redisCacheSocket() + ")");
+    tool.addOption("--json", "output for scripts: one JSON object per line");
+    for (Command const& c : commands()) {
+        std::string usage = c.usage;
+        usage.erase(0, usage.find(' ') + 1); // the words after the tool's name
+        tool.addCommand({c.name, c.summary, usage, c.details, c.example,
+                         [&c](Words& words) { return c.run(take(c, words)); }});
     }
-    auto const& all = commands();
-    auto it = std::find_if(all.begin(), all.end(), [&words](Command const& c) { return words[0] == c.name; });
-    if (it == all.end()) {
-        fprintf(stderr, "kslog: unknown command \"%s\"; 'kslog --help' lists them\n", words[0].c_str());
-        return 2;
-    }
-    try {
-        bool help = false;
-        Options const options = parse(*it, std::vector<std::string>(words.begin() + 1, words.end()), help);
-        if (help) {
-            printCommandHelp(*it);
-            return 0;
-        }
-        return it->run(options);
-    } catch (UsageError const& e) {
-        fprintf(stderr, "kslog %s: %s\nUsage: %s\n", it->name, e.what(), it->usage);
-        return 2;
-    } catch (std::exception const& e) {
-        fflush(stdout);
-        fprintf(stderr, "kslog %s: %s\n", it->name, e.what());
-        return 1;
-    }
+    return tool.main(argc, argv, [](Words& words) {
+        g_settings.json = words.flag("--json");
+        if (auto socket = words.option("--socket"))
+            g_settings.socket = *socket;
+    });
 }

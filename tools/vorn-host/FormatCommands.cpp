@@ -16,12 +16,12 @@
 #include "core/Paths.h"
 #include "core/VornStatus.h"
 #include "format/FormatTrace.h"
-#include "plc/LayoutRecord.h"
-#include "plc/PlcTypes.h"
 #include "format/VORNFormatResults.h"
 #include "format/VornFormatOutput.h"
 #include "format/VornFormatPlan.h"
 #include "logger/RedisLogger.h"
+#include "plc/LayoutRecord.h"
+#include "plc/PlcTypes.h"
 #include "results/VORNResultManager.h"
 
 namespace vornhost {

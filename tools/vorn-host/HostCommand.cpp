@@ -85,60 +85,6 @@ Reply Plugin::call(int id, void const* payload)
     return Reply(m_handleCall(m_handle, &request));
 }
 
-bool Args::flag(char const* name)
-{
-    for (auto it = m_words.begin(); it != m_words.end(); ++it) {
-        if (*it == name) {
-            m_words.erase(it);
-            return true;
-        }
-    }
-    return false;
-}
-
-std::optional<std::string> Args::option(char const* name)
-{
-    for (auto it = m_words.begin(); it != m_words.end(); ++it) {
-        if (*it == name) {
-            if (it + 1 == m_words.end())
-                throw UsageError(std::string(name) + " needs a value");
-            std::string value = *(it + 1);
-            m_words.erase(it, it + 2);
-            return value;
-        }
-    }
-    return std::nullopt;
-}
-
-std::string const& Args::at(size_t index, char const* what) const
-{
-    if (index >= m_words.size())
-        throw UsageError(std::string("missing ") + what);
-    return m_words[index];
-}
-
-int Args::integer(size_t index, char const* what) const
-{
-    std::string const& word = at(index, what);
-    char* end = nullptr;
-    long value = strtol(word.c_str(), &end, 0);
-    if (word.empty() || *end != '\0' || value < INT32_MIN || value > INT32_MAX)
-        throw UsageError(std::string(what) + " must be an integer, not \"" + word + "\"");
-    return static_cast<int>(value);
-}
-
-void Args::expectCount(size_t minimum, size_t maximum) const
-{
-    for (auto const& word : m_words) {
-        if (word.size() > 1 && word[0] == '-' && word[1] == '-')
-            throw UsageError("unknown option " + word);
-    }
-    if (m_words.size() < minimum)
-        throw UsageError("too few arguments");
-    if (m_words.size() > maximum)
-        throw UsageError("too many arguments");
-}
-
 void Output::field(QString const& name, QJsonValue const& value)
 {
     if (!m_fields.contains(name))

@@ -16,15 +16,14 @@
 #include <QString>
 #include <QStringList>
 
+#include "Words.h"
 #include "core/DataBlock.h"
 
 namespace vornhost {
 
-// A wrong command line: printed with the subcommand's usage, exit code 2.
-struct UsageError : std::runtime_error
-{
-    using std::runtime_error::runtime_error;
-};
+using cli::UsageError;
+// The subcommand's words after the subcommand name.
+using Args = cli::Words;
 
 // Owns one reply block and its payload and frees both with free(), as the host does.
 class Reply
@@ -71,24 +70,6 @@ private:
     void* m_library = nullptr;
     void* m_handle = nullptr;
     DataBlock* (*m_handleCall)(void*, DataBlock*) = nullptr;
-};
-
-// The subcommand's words after the subcommand name.
-class Args
-{
-public:
-    explicit Args(std::vector<std::string> words) : m_words(std::move(words)) {}
-
-    bool flag(char const* name);                         // --name, removed when present
-    std::optional<std::string> option(char const* name); // --name VALUE, removed when present
-    // Positional words, read after all options were taken.
-    size_t count() const { return m_words.size(); }
-    std::string const& at(size_t index, char const* what) const;
-    int integer(size_t index, char const* what) const;
-    void expectCount(size_t minimum, size_t maximum) const;
-
-private:
-    std::vector<std::string> m_words;
 };
 
 // Named fields of one reply, printed as "name: value" lines or as one JSON object (--json).
