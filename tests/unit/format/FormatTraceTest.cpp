@@ -1,4 +1,7 @@
 // The byte map of an output: what each element of a description wrote where, from the plan itself.
+#include <cmath>
+#include <limits>
+
 #include <gtest/gtest.h>
 
 #include <QDir>
@@ -10,6 +13,7 @@
 #include "format/RecordMain.h"
 #include "format/VornFormatOutput.h"
 #include "format/VornFormatPlan.h"
+#include "format/VornFormatter.h"
 #include "results/ResultModel.h"
 
 namespace {
@@ -97,4 +101,67 @@ TEST(FormatTrace, NamesThePlaceTheRecordIdAndWhatWasNotAsAsked)
                           e.type + ' ' + e.encoding, e.value, e.note});
     EXPECT_EQ(traced, expected);
     EXPECT_TRUE(trace.entries()[1].bigEndian);
+}
+
+TEST(FormatTrace, TheNoteOfEveryIntegerEdgeSaysWhatItsBytesHold)
+{
+    double const inf = std::numeric_limits<double>::infinity(), nan = std::nan("");
+    // type, value, options, the text written, the note
+    struct Case
+    {
+        char const* type;
+        QVariant value;
+        QVariantMap options;
+        char const* text;
+        char const* note;
+    } const cases[] = {
+        {"int64", 9.2233720368547e18, {}, "9223372036854700032", ""}, // below 2^63: exact
+        {"int64", 9223372036854775807.0, {}, "9223372036854775807", "clamped to the range of int64"}, // 2^63
+        {"int64", -9.3e18, {}, "-9223372036854775808", "clamped to the range of int64"},
+        {"int64", -9223372036854775808.0, {}, "-9223372036854775808", ""}, // -2^63 is in range
+        {"int64", nan, {}, "0", "not a number: 0 written"},
+        {"int64", inf, {}, "9223372036854775807", "clamped to the range of int64"},
+        {"int64", -inf, {}, "-9223372036854775808", "clamped to the range of int64"},
+        {"int64", 2.5, {}, "3", "fraction rounded"},
+        {"int64",
+         qlonglong(4611686018427387904),
+         {{"scale", 4}},
+         "9223372036854775807",
+         "clamped to the range of int64"},
+        {"uint64",
+         qlonglong(-1),
+         {},
+         "18446744073709551615",
+         "of the other sign: its 64 bits written as uint64"},
+        {"uint64", -1.5, {}, "18446744073709551615", "of the other sign: its 64 bits written as uint64"},
+        {"uint64", 18446744073709551616.0, {}, "18446744073709551615", "clamped to the range of uint64"},
+        {"uint64", 1.8446744073709550e19, {}, "18446744073709549568", ""},
+        {"uint64", nan, {}, "0", "not a number: 0 written"},
+        {"uint64", -inf, {}, "0", "clamped to the range of uint64"},
+        {"int8", 127.9, {}, "127", "fraction cut"},
+        {"int8", 128, {}, "127", "clamped to the range of int8"},
+        {"int8", -128.5, {}, "-128", "clamped to the range of int8"}, // below the range before the cut
+        {"int8", -129, {}, "-128", "clamped to the range of int8"},
+        {"int8", nan, {}, "0", "not a number: 0 written"},
+        {"int8", inf, {}, "127", "clamped to the range of int8"},
+        {"int8", "x", {}, "0", "no number: 0 written"},
+        {"uint8", -0.5, {}, "0", "clamped to the range of uint8"},
+        {"uint8", -1, {}, "0", "clamped to the range of uint8"},
+    };
+    orv::test::MessageCapture quiet;
+    for (Case const& c : cases) {
+        SCOPED_TRACE(std::string(c.type) + " " + c.value.toString().toStdString());
+        QVariantMap options = c.options;
+        options.insert("type", c.type);
+        options.insert("dataencoding", "ascii");
+        VornFormatSettings settings;
+        settings.loadSettingsFromVariants(options);
+        std::string text;
+        unsigned effects = 0;
+        VornFormatter::formatInto(c.value, settings, text, &effects);
+        FormatTraceEntry const entry = FormatTrace::valueEntry(c.value, settings, text.size(), effects);
+        EXPECT_EQ(text, c.text);
+        EXPECT_EQ(entry.note.toStdString(), c.note);
+        EXPECT_EQ(entry.length, text.size());
+    }
 }
