@@ -28,12 +28,7 @@ using ::testing::MatchesRegex;
 
 namespace {
 
-struct ToolRun
-{
-    int exitCode = -1;
-    std::vector<std::string> lines; // standard output
-    std::string err;
-};
+using ToolRun = ProgramRun;
 
 class Kslog : public ::testing::Test
 {
@@ -44,24 +39,7 @@ protected:
             args.insert(args.end(), {"--socket", m_redis.cache().socketPath()});
         return programCommand(KV_BINARY_DIR "/tools/kslog/kslog", args);
     }
-    ToolRun kslog(std::vector<std::string> const& args)
-    {
-        int const out = open(m_dir.file("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        int const err = open(m_dir.file("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        pid_t pid = spawn(command(args), out, err);
-        close(out);
-        close(err);
-        int status = 0;
-        waitpid(pid, &status, 0);
-        ToolRun run;
-        run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        std::ifstream output(m_dir.file("out")), errors(m_dir.file("err"));
-        for (std::string line; std::getline(output, line);)
-            run.lines.push_back(line);
-        run.err.assign(std::istreambuf_iterator<char>(errors), {});
-        expectNoSanitizerReport(run.err, "kslog");
-        return run;
-    }
+    ToolRun kslog(std::vector<std::string> const& args) { return runProgram(command(args)); }
     std::unique_ptr<RedisLogger> logger(char const* source, bool subscribe = false)
     {
         return std::make_unique<RedisLogger>(source, m_redis.cache().socketPath().c_str(), "LOG:ENTRIES",

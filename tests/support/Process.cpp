@@ -2,6 +2,9 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -43,7 +46,7 @@ std::vector<std::string> programCommand(std::string const& program, std::vector<
     return command;
 }
 
-pid_t spawn(std::vector<std::string> const& argv, int outFd, int errFd)
+pid_t spawn(std::vector<std::string> const& argv, int outFd, int errFd, int inFd)
 {
     std::vector<char*> args;
     for (auto const& a : argv)
@@ -61,6 +64,8 @@ pid_t spawn(std::vector<std::string> const& argv, int outFd, int errFd)
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent)
             _exit(126);
+        if (inFd >= 0)
+            dup2(inFd, STDIN_FILENO);
         if (outFd >= 0)
             dup2(outFd, STDOUT_FILENO);
         if (errFd >= 0)
@@ -105,6 +110,50 @@ void expectNoSanitizerReport(std::string const& errors, std::string const& progr
             ADD_FAILURE() << program << " reported:\n" << errors;
             return;
         }
+}
+
+ProgramRun runProgram(std::vector<std::string> const& argv, std::string const& input, int timeoutSeconds)
+{
+    // Files, not pipes: a program that fills a pipe nobody reads would stall until the time limit.
+    FILE* in = tmpfile();
+    FILE* out = tmpfile();
+    FILE* err = tmpfile();
+    fwrite(input.data(), 1, input.size(), in);
+    fflush(in);
+    rewind(in);
+    pid_t pid = spawn(argv, fileno(out), fileno(err), fileno(in));
+    ProgramRun run;
+    int status = 0;
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
+    while (waitpid(pid, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+            ADD_FAILURE() << argv[0] << " did not end within " << timeoutSeconds << " s";
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    auto const text = [](FILE* file) {
+        rewind(file);
+        std::string all;
+        char buffer[4096];
+        for (size_t n; (n = fread(buffer, 1, sizeof buffer, file)) > 0;)
+            all.append(buffer, n);
+        fclose(file);
+        return all;
+    };
+    std::string const output = text(out);
+    for (size_t start = 0; start < output.size();) {
+        size_t const end = output.find('\n', start);
+        run.lines.push_back(output.substr(start, end == std::string::npos ? std::string::npos : end - start));
+        start = end == std::string::npos ? output.size() : end + 1;
+    }
+    run.err = text(err);
+    fclose(in);
+    expectNoSanitizerReport(run.err, argv[0]);
+    return run;
 }
 
 } // namespace test

@@ -15,10 +15,10 @@ namespace test {
 std::vector<std::string> programCommand(std::string const& program,
                                         std::vector<std::string> const& args = {});
 
-// Runs argv (argv[0] looked up on PATH) with its standard output and error sent to the given
+// Runs argv (argv[0] looked up on PATH) with its standard input, output and error on the given
 // descriptors (-1: the test's own). Throws std::runtime_error when it cannot fork. The program ends
 // when the thread that started it ends: the kernel's parent-death signal follows threads.
-pid_t spawn(std::vector<std::string> const& argv, int outFd = -1, int errFd = -1);
+pid_t spawn(std::vector<std::string> const& argv, int outFd = -1, int errFd = -1, int inFd = -1);
 
 // Spawns argv and waits up to 10 s until socketPath accepts a connection; throws otherwise.
 pid_t startSocketService(std::vector<std::string> const& argv, std::string const& socketPath);
@@ -26,6 +26,19 @@ pid_t startSocketService(std::vector<std::string> const& argv, std::string const
 // SIGTERM, then waits; pid becomes -1. Returns the exit code, or -1 when the program did not exit by
 // itself (or pid was already -1).
 int stopProcess(pid_t& pid);
+
+// What a program wrote and how it ended.
+struct ProgramRun
+{
+    int exitCode = -1;              // -1: ended by a signal or killed at the time limit
+    std::vector<std::string> lines; // standard output, line by line
+    std::string err;                // standard error
+};
+
+// Runs argv to its end with `input` on standard input, killed after `timeoutSeconds`; a sanitizer
+// report on its standard error fails the running test.
+ProgramRun runProgram(std::vector<std::string> const& argv, std::string const& input = "",
+                      int timeoutSeconds = 30);
 
 // Fails the running test when a program's standard error holds a sanitizer's report: in the
 // sanitizer builds a child's report must fail its test whatever the test checks.
