@@ -46,5 +46,9 @@ FormatTraceEntry FormatTrace::valueEntry(QVariant const& value, VornFormatSettin
     bool const missing = !value.isValid() || value.isNull();
     entry.value = missing ? QString() : variantText(value);
     entry.note = noteOf(effects, settings);
+    if (settings.type != VornFormatSettings::String) {
+        entry.scale = settings.scale;
+        entry.shift = settings.offset;
+    }
     return entry;
 }

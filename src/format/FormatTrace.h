@@ -1,6 +1,7 @@
 // What the layouter wrote where while it formatted: one entry per element it wrote, in output
 // order, so that a tool can explain an output byte by byte. Entries of nothing written (a missing
-// blob) are kept with length 0: they explain a gap a client would otherwise wonder about.
+// blob, the start of a list) are kept with length 0: they explain a gap or a count a client would
+// otherwise wonder about.
 #pragma once
 
 #include <cstddef>
@@ -17,13 +18,15 @@ struct FormatTraceEntry
     std::size_t length = 0;
     QString path;     // the element's place in the description: "elements[3] › models[1] › elements[0]"
     QString id;       // the record id read; empty for a constant
-    QString kind;     // "value", "constant" or "blob"
-    QString type;     // "int16", "float32", "string"...; "bytes" for a blob
+    QString kind;     // "value", "constant", "blob" or "list" (its records' entries follow)
+    QString type;     // "int16", "float32", "string"...; "bytes" for a blob, "records" for a list
     QString encoding; // "binary" or "ascii"; empty for a blob
     int width = 0;    // the "width" option of an ASCII field
     bool bigEndian = false; // of a binary number
-    QString value;          // the value as read, as text; empty when there was none
-    QString note;           // where the output is not what was asked for
+    QString value;          // the value as read, as text; empty when there was none; a list's size
+    float scale = 1.0f;     // of a number: written is value * scale + shift, then clamped
+    float shift = 0.0f;
+    QString note; // where the output is not what was asked for
 };
 
 class FormatTrace

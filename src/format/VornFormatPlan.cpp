@@ -140,6 +140,8 @@ void VornFormatPlan::writeRecords(Element const& element, RecordInterface& recor
                                   FormatTrace* trace, QString const& path)
 {
     QSharedPointer<RecordListInterface> list = record.getSubRecords(element.id);
+    if (trace != nullptr)
+        traceList(element, list.data(), out.size(), *trace, path);
     if (list.isNull()) {
         qWarning() << "type was record, but record-interface has no recordlist on the id:" << element.id;
         return;
@@ -204,5 +206,23 @@ void VornFormatPlan::traceElement(Element const& element, QVariant const& value,
     entry.kind = element.kind == Element::Blob       ? QStringLiteral("blob")
                  : element.kind == Element::Constant ? QStringLiteral("constant")
                                                      : QStringLiteral("value");
+    trace.add(entry);
+}
+
+void VornFormatPlan::traceList(Element const& element, RecordListInterface* list, std::size_t offset,
+                               FormatTrace& trace, QString const& path)
+{
+    // Written nothing itself: the line says how many records follow, or that the record has no
+    // such list (a misspelt id), which the output alone never shows.
+    FormatTraceEntry entry;
+    entry.offset = offset;
+    entry.path = QStringLiteral("%1elements[%2]").arg(path).arg(element.index);
+    entry.id = element.id;
+    entry.kind = QStringLiteral("list");
+    entry.type = QStringLiteral("records");
+    if (list == nullptr)
+        entry.note = QStringLiteral("no such list in this record: nothing written");
+    else
+        entry.value = QString::number(list->size());
     trace.add(entry);
 }

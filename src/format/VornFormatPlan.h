@@ -84,6 +84,8 @@ private:
     static void writeEach(std::vector<Element> const& elements, QString const& id, int index,
                           RecordListInterface& list, VornFormatOutput& out, FormatTrace* trace,
                           QString const& path);
+    static void traceList(Element const& element, RecordListInterface* list, std::size_t offset,
+                          FormatTrace& trace, QString const& path);
     static void traceElement(Element const& element, QVariant const& value, unsigned effects,
                              std::size_t offset, VornFormatOutput const& out, FormatTrace& trace,
                              QString const& path);

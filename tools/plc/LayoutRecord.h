@@ -1,10 +1,7 @@
-// A result with no values, whose lists hold a given number of records: formatted, it shows the
-// layout a description gives every result of those counts, which is what a client's data types
-// are made from.
+// A result with no values whose every list holds the same number of records: formatted, it shows
+// the shape a description gives its answer (PlcLayout reads it with one record per list).
 #pragma once
 
-#include <QMap>
-#include <QSet>
 #include <QSharedPointer>
 #include <QString>
 
@@ -13,24 +10,12 @@
 class LayoutRecord : public RecordInterface
 {
 public:
-    // counts: records per list id ("models" -> 4); a list without a count has no records.
-    explicit LayoutRecord(QMap<QString, int> counts);
+    explicit LayoutRecord(int recordsPerList = 1) : m_records(recordsPerList) {}
 
     QSharedPointer<RecordListInterface> getSubRecords(QString const& id) override;
     QByteArray getBlob(QString const& id) override;
     QVariant getValue(QString const& id) override;
 
-    // The list ids asked for that have no count, in this record and every record of its lists.
-    QSet<QString> uncounted() const { return m_shape->uncounted; }
-
 private:
-    // One per layout, shared by every record of its lists, which may outlive the first record.
-    struct Shape
-    {
-        QMap<QString, int> counts;
-        QSet<QString> uncounted;
-    };
-    explicit LayoutRecord(QSharedPointer<Shape> shape);
-
-    QSharedPointer<Shape> m_shape;
+    int m_records;
 };

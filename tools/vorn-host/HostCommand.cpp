@@ -134,26 +134,13 @@ QString textOf(QJsonValue const& value)
 
 } // namespace
 
-void Output::print(bool oneLine) const
+void Output::print(bool compact) const
 {
     if (m_json) {
-        auto format = oneLine ? QJsonDocument::Compact : QJsonDocument::Indented;
+        auto format = compact ? QJsonDocument::Compact : QJsonDocument::Indented;
         QByteArray text = QJsonDocument(m_fields).toJson(format);
         fputs(text.trimmed().constData(), stdout);
         fputc('\n', stdout);
-        return;
-    }
-    if (oneLine) {
-        // One reply per line: line breaks inside a value are shown as \n, long texts are cut.
-        QStringList parts;
-        for (auto const& name : m_order) {
-            QString value = textOf(m_fields.value(name));
-            value.replace('\n', "\\n").replace('\r', "\\r");
-            if (value.size() > 120)
-                value = value.left(100) + QString("...(%1 characters)").arg(value.size());
-            parts.append(name + "=" + value);
-        }
-        fprintf(stdout, "%s\n", parts.join(' ').toUtf8().constData());
         return;
     }
     int width = 0;

@@ -81,8 +81,9 @@ public:
     void field(QString const& name, QJsonValue const& value);
     void reply(Reply const& reply); // reply code and status by name, or "no reply"
     void note(QString const& line); // free text, shown in text mode only
-    // One line per field, or one compact JSON object when oneLine (the session mode).
-    void print(bool oneLine = false) const;
+    // One line per field and the notes after them; with --json one object, on one line when compact
+    // (a session's replies).
+    void print(bool compact = false) const;
     bool json() const { return m_json; }
     QJsonValue value(QString const& name) const { return m_fields.value(name); }
 

@@ -10,6 +10,7 @@
 
 #include "HostCommand.h"
 #include "ToolMain.h"
+#include "core/Paths.h"
 
 using namespace vornhost;
 
@@ -23,6 +24,15 @@ std::string defaultPluginPath()
     if (stat(VORN_HOST_BUILD_PLUGIN, &st) == 0)
         return VORN_HOST_BUILD_PLUGIN;
     return "libkestrelvorn.so"; // installed: found through the loader's search path
+}
+
+// Run from a build tree, the plug-in and the checks here use the tree's schema unless told otherwise.
+void defaultSchemaDir()
+{
+    struct stat st;
+    if (getenv("ORV_VORN_SCHEMA_DIR") == nullptr && stat(orv::Paths::vornSchemaDir().c_str(), &st) != 0 &&
+        stat(VORN_HOST_BUILD_SCHEMA, &st) == 0)
+        setenv("ORV_VORN_SCHEMA_DIR", VORN_HOST_BUILD_SCHEMA, 1);
 }
 
 // What the tool's options chose, and the plug-in, loaded when the first command needs it.
@@ -112,10 +122,19 @@ int runSession(cli::ToolMain const& tool, Host& host, Args& args)
     return worst;
 }
 
+// The formatter notes every option it defaults, once per value: a screenful for one answer. The byte
+// map says the same per field; -v shows them.
+void quiet(QtMsgType type, QMessageLogContext const&, QString const& text)
+{
+    if (type == QtFatalMsg)
+        fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    defaultSchemaDir();
     Host host;
     cli::ToolMain tool("vorn-host",
                        "Loads the plug-in like the host daemon, sends the request and prints the "
@@ -134,8 +153,11 @@ int main(int argc, char** argv)
          "result id of the last acquire.\n",
          "printf 'acquire\\nquery {id} distance_image\\nfree {id}\\n' | vorn-host --json session",
          [&tool, &host](Args& args) { return runSession(tool, host, args); }});
+    tool.addOption("-v, --verbose", "show the plug-in's notes (the formatter's option notes among them)");
     return tool.main(argc, argv, [&host](Args& words) {
         host.json = words.flag("--json");
+        if (!words.flag("--verbose", "-v"))
+            qInstallMessageHandler(quiet);
         if (auto path = words.option("--plugin"))
             host.pluginPath = *path;
     });

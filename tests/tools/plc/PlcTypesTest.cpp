@@ -1,146 +1,150 @@
-// Data types made from a description: the Structured Text read back and the C struct compiled must
-// both put every field where the map of the output has it.
+// The code a PLC or PC reads an answer with: the decoders as their golden files have them, with
+// legal names and balanced blocks; the packed type of a fixed answer with every field where the
+// byte map has it; and what no fixed code can read, named with what to change.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
-#include <functional>
-#include <map>
 #include <regex>
 #include <sstream>
 
 #include <QFile>
-#include <QJsonDocument>
 
 #include "MessageCapture.h"
 #include "TempDir.h"
-#include "plc/LayoutRecord.h"
+#include "plc/PlcLayout.h"
+#include "plc/PlcNames.h"
 #include "plc/PlcTypes.h"
-#include "format/VornFormatOutput.h"
-#include "format/VornFormatPlan.h"
 
 namespace {
 
-// Every binary type, constants, fixed text, a big-endian field and lists in a list.
-char const* const Fixed = R"({"elements":[{"type":"string","value":"KV"},{"type":"blob","value":"0d0a0d"},
-    {"type":"uint8","id":"models.count","format":{"dataencoding":"binary"}},
-    {"type":"records","id":"models","format":{"dataencoding":"binary"},"elements":[
-        {"type":"int8","id":"a"},{"type":"uint8","id":"b"},{"type":"int16","id":"c","format":{"order":"big"}},
-        {"type":"uint16","id":"d"},{"type":"int32","id":"e"},{"type":"uint32","id":"f"},{"type":"float32","id":"g"},
-        {"type":"int64","id":"h"},{"type":"uint64","id":"i"},
-        {"type":"string","id":"t","format":{"dataencoding":"ascii","width":5}},
-        {"type":"records","id":"rois","elements":[{"type":"float32","id":"v"},{"type":"uint8","id":"v"}]}]},
-    {"type":"string","value":"\r\n"}]})";
+QByteArray fileText(QString const& path)
+{
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
+    return file.readAll();
+}
 
-// The map of the description's output for 2 models of 3 ROIs each.
-FormatTrace layoutOf(QByteArray const& description)
+PlcLayout layoutOf(QByteArray const& description, QString const& name = "layout",
+                   QMap<QString, int> const& capacities = {})
 {
     orv::test::MessageCapture quiet;
-    LayoutRecord record({{"models", 2}, {"rois", 3}});
-    VornFormatOutput out;
-    FormatTrace trace;
-    VornFormatPlan::fromRequest("{\"format\":" + description + "}", BusByteOrder::LittleEndian)
-        ->write(record, out, &trace);
-    return trace;
+    return PlcLayout::ofRequest("{\"format\":" + description + "}", false, name, capacities);
 }
 
-std::vector<QByteArray> fixedDescriptions()
+// The blocks of Structured Text, comments left out: each opened one closed in order.
+std::string unbalanced(std::string text)
 {
-    QFile demo(KV_SOURCE_DIR "/docs/examples/format-demo-binary.json");
-    EXPECT_TRUE(demo.open(QIODevice::ReadOnly));
-    return {Fixed, demo.readAll()};
-}
-
-using Ranges = std::vector<std::pair<std::size_t, std::size_t>>; // offset, length
-
-// The ranges a PLC gives the fields of the last type, packed: an elementary field or byte array is one.
-Ranges readStructuredText(std::string const& text, std::map<std::string, std::size_t> const& elementary)
-{
-    std::map<std::string, std::vector<std::pair<std::string, std::size_t>>> types; // fields: type, count
-    std::string type;
-    std::smatch m;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        if (std::regex_match(line, m, std::regex(R"(TYPE (\w+) :)")))
-            type = m[1];
-        else if (std::regex_match(line, m,
-                                  std::regex(R"(    \w+ : (ARRAY\[0\.\.(\d+)\] OF )?(\w+); \(\*.*\*\))")))
-            types[type].emplace_back(m[3], m[1].matched ? std::stoul(m[2]) + 1 : 1);
+    text = std::regex_replace(text, std::regex(R"(\(\*[\s\S]*?\*\))"), " ");
+    std::regex const word(
+        R"(\b(END_)?(TYPE|STRUCT|FUNCTION_BLOCK|FUNCTION|VAR_INPUT|VAR_IN_OUT|VAR_OUTPUT|VAR|IF|FOR)\b)");
+    std::vector<std::string> open;
+    for (std::sregex_iterator it(text.begin(), text.end(), word), end; it != end; ++it) {
+        std::string const block = (*it)[2].str().rfind("VAR", 0) == 0 ? "VAR" : (*it)[2].str();
+        if (!(*it)[1].matched)
+            open.push_back(block);
+        else if (open.empty() || open.back() != block)
+            return "END_" + block + " closes " + (open.empty() ? "nothing" : open.back());
+        else
+            open.pop_back();
     }
-    Ranges ranges;
-    std::function<std::size_t(std::string const&, std::size_t)> lay = [&](std::string const& name,
-                                                                          std::size_t at) {
-        std::size_t const start = at;
-        for (auto const& [fieldType, count] : types.at(name)) {
-            if (elementary.count(fieldType))
-                ranges.emplace_back(at, elementary.at(fieldType) * count);
-            for (std::size_t k = 0; k < count; ++k)
-                at += elementary.count(fieldType) ? elementary.at(fieldType) : lay(fieldType, at);
-        }
-        return at - start;
-    };
-    lay(type, 0);
-    return ranges;
+    return open.empty() ? "" : open.back() + " is not closed";
 }
 
 } // namespace
 
-TEST(PlcTypes, StructuredTextPutsEveryFieldWhereTheMapHasItAndNamesWhatHasNoFixedSize)
+TEST(PlcTypes, DecodersAreTheGoldenFilesWithLegalNamesInBothLanguagesAndBalancedBlocks)
 {
-    std::map<std::string, std::size_t> const sizes = {{"SINT", 1}, {"USINT", 1}, {"BYTE", 1},  {"INT", 2},
-                                                      {"UINT", 2}, {"DINT", 4},  {"UDINT", 4}, {"REAL", 4},
-                                                      {"LINT", 8}, {"ULINT", 8}};
-    for (QByteArray const& description : fixedDescriptions()) {
-        FormatTrace const trace = layoutOf(description);
-        Ranges mapped;
-        for (FormatTraceEntry const& entry : trace.entries())
-            mapped.emplace_back(entry.offset, entry.length);
-        PlcTypes const types(trace.entries(), "layout", false);
-        EXPECT_EQ(readStructuredText(types.text(PlcTypes::StructuredText, "test").toStdString(), sizes),
-                  mapped);
+    // Ids int, type, REAL, time, 1st, a-b and A-B, lists in a list, constants, text, scale, byte orders;
+    // the type itself named "int".
+    PlcLayout const layout =
+        layoutOf(fileText(KV_SOURCE_DIR "/tests/data/plc/answer.json"), "int", {{"models", 3}, {"rois", 2}});
+    for (auto const& [language, golden] :
+         {std::pair{PlcTypes::C, "answer.c.txt"}, {PlcTypes::StructuredText, "answer.st.txt"}}) {
+        QString const path = QStringLiteral(KV_SOURCE_DIR "/tests/data/plc/") + golden;
+        QString const text = PlcTypes(layout, false).text(language, "Reads the answer to answer.json.");
+        if (getenv("KV_UPDATE_GOLDEN") != nullptr) {
+            QFile out(path);
+            ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+            out.write(text.toUtf8());
+        }
+        EXPECT_EQ(text, QString::fromUtf8(fileText(path)))
+            << "KV_UPDATE_GOLDEN=1 writes the golden files anew";
     }
-    for (auto const& [element, error] :
-         {std::pair{R"({"type":"blob","id":"x_image"})", "(\"x_image\") is a blob"},
-          {R"({"type":"uint16","id":"n"})", "(\"n\") is text of no fixed width"},
-          {R"({"type":"float32","id":"s","format":{"width":4}})", "(\"s\") is text of no fixed width"}}) {
-        FormatTrace const trace =
-            layoutOf(QByteArray(R"({"elements":[{"type":"int8","value":1},)") + element + "]}");
+    std::string const st = PlcTypes(layout, false).text(PlcTypes::StructuredText, "").toStdString();
+    EXPECT_EQ(unbalanced(st), "");
+    std::regex const declared(R"((?:^|\n)\s*(?:TYPE |FUNCTION_BLOCK |FUNCTION )?(\w+) :)");
+    int names = 0;
+    for (std::sregex_iterator it(st.begin(), st.end(), declared), end; it != end; ++it, ++names)
+        EXPECT_FALSE(PlcNames::reserved(QString::fromStdString((*it)[1]))) << (*it)[1];
+    EXPECT_GT(names, 20);
+}
+
+TEST(PlcTypes, NamesWhatNoFixedCodeCanReadAndWhatToChange)
+{
+    for (auto const& [elements, error] :
+         {std::pair{R"({"type":"blob","id":"x_image"})", "elements[1] (\"x_image\") is data of the result"},
+          {R"({"type":"uint16","id":"n"})", "elements[1] (\"n\") is text of no fixed width"},
+          {R"({"type":"float32","id":"s","format":{"width":4}})",
+           "elements[1] (\"s\") is text of no fixed width"},
+          {R"({"type":"records","id":"models","elements":[]})",
+           "elements[1], the list \"models\": the answer does not say how many records follow"},
+          {R"({"type":"uint8","id":"models.count","format":{"width":3}},{"type":"records","id":"models","elements":[]})",
+           "elements[1] (\"models.count\") counts the records of \"models\" but is no binary integer"}}) {
         try {
-            PlcTypes(trace.entries(), "layout", false);
-            ADD_FAILURE() << element;
-        } catch (PlcTypes::NotFixed const& e) {
-            EXPECT_EQ(std::string(e.what()).rfind("elements[1] " + std::string(error), 0), 0u) << e.what();
+            layoutOf(QByteArray(R"({"elements":[{"type":"int8","value":1},)") + elements + "]}");
+            ADD_FAILURE() << elements;
+        } catch (PlcLayout::NotDecodable const& e) {
+            EXPECT_EQ(std::string(e.what()).rfind(error, 0), 0u) << e.what();
         }
     }
 }
 
-TEST(PlcTypesCompiled, TheCStructHasTheSizeOfTheOutputAndEveryOffsetOfItsMap)
+TEST(PlcTypesCompiled, CodeCompilesWarningFreeAndThePackedTypeHasEveryOffsetOfTheMap)
 {
     orv::test::TempDir dir;
-    for (QByteArray const& description : fixedDescriptions()) {
-        FormatTrace const trace = layoutOf(description);
-        PlcTypes const types(trace.entries(), "layout", false);
-        std::ofstream program(dir.path() + "/layout.c");
-        program << types.text(PlcTypes::C, "test").toStdString()
-                << "#include <stddef.h>\n#include <stdio.h>\nint main(void) {\n"
-                << "    printf(\"%zu\\n\", sizeof(struct layout));\n";
-        std::string expected = std::to_string(types.size()) + "\n";
-        for (std::size_t k = 0; k < trace.entries().size(); ++k) {
-            if (types.designators()[k].isEmpty())
-                continue;
-            program << "    printf(\"%zu\\n\", offsetof(struct layout, "
-                    << types.designators()[k].toStdString() << "));\n";
-            expected += std::to_string(trace.entries()[k].offset) + "\n";
-        }
-        program << "    return 0;\n}\n";
-        program.close();
-        std::string const build =
-            KV_C_COMPILER " -std=c11 -Wall -Werror -o " + dir.path() + "/layout " + dir.path() + "/layout.c";
-        ASSERT_EQ(system(build.c_str()), 0) << types.text(PlcTypes::C, "test").toStdString();
-        FILE* run = popen((dir.path() + "/layout").c_str(), "r");
-        std::string printed;
-        for (char buffer[256]; fgets(buffer, sizeof buffer, run) != nullptr;)
-            printed += buffer;
-        EXPECT_EQ(pclose(run), 0);
-        EXPECT_EQ(printed, expected);
+    std::string const flags = " -std=c99 -Wall -Wextra -Werror -pedantic ";
+    std::ofstream(dir.file("decoder.c"))
+        << fileText(KV_SOURCE_DIR "/tests/data/plc/answer.c.txt").toStdString()
+        << "int main(void) { struct f_int a; return (int)f_int_decode(0, 0, &a) + 1; }\n";
+    ASSERT_EQ(
+        system((KV_C_COMPILER + flags + "-o " + dir.file("decoder") + " " + dir.file("decoder.c")).c_str()),
+        0);
+    EXPECT_EQ(system(dir.file("decoder").c_str()), 0) << "an empty answer is too short";
+
+    // Every binary type, constants, text of a fixed width, a big-endian field, reserved ids.
+    QByteArray fixed = R"({"elements":[{"type":"string","value":"KV"},{"type":"blob","value":"0d0a0d"},
+        {"type":"int8","id":"int","format":{"dataencoding":"binary"}},
+        {"type":"uint8","id":"b","format":{"dataencoding":"binary"}},
+        {"type":"int16","id":"type","format":{"dataencoding":"binary","order":"big"}},
+        {"type":"uint16","id":"d","format":{"dataencoding":"binary"}},
+        {"type":"int32","id":"e","format":{"dataencoding":"binary"}},
+        {"type":"uint32","id":"f","format":{"dataencoding":"binary"}},
+        {"type":"float32","id":"g","format":{"dataencoding":"binary"}},
+        {"type":"int64","id":"h","format":{"dataencoding":"binary"}},
+        {"type":"uint64","id":"1st","format":{"dataencoding":"binary"}},
+        {"type":"string","id":"t","format":{"width":5}}]})";
+    PlcLayout const layout = layoutOf(fixed);
+    ASSERT_FALSE(layout.hasLists());
+    std::ofstream program(dir.file("layout.c"));
+    program << PlcTypes(layout, false).text(PlcTypes::C, "test").toStdString()
+            << "#include <stddef.h>\n#include <stdio.h>\nint main(void) {\n"
+            << "    printf(\"%u\\n\", (unsigned)sizeof(struct layout));\n";
+    std::string expected = std::to_string(layout.size()) + "\n";
+    for (PlcLayout::Item const& item : layout.root().items) {
+        program << "    printf(\"%u\\n\", (unsigned)offsetof(struct layout, " << item.name.toStdString()
+                << "));\n";
+        expected += std::to_string(item.entry.offset) + "\n";
     }
+    program << "    return 0;\n}\n";
+    program.close();
+    ASSERT_EQ(
+        system((KV_C_COMPILER + flags + "-o " + dir.file("layout") + " " + dir.file("layout.c")).c_str()), 0);
+    FILE* run = popen(dir.file("layout").c_str(), "r");
+    std::string printed;
+    for (char buffer[256]; fgets(buffer, sizeof buffer, run) != nullptr;)
+        printed += buffer;
+    EXPECT_EQ(pclose(run), 0);
+    EXPECT_EQ(printed, expected);
 }

@@ -77,7 +77,7 @@ TEST(FormatTrace, NamesThePlaceTheRecordIdAndWhatWasNotAsAsked)
         {"type":"uint8","id":"gone"},{"type":"string","value":"<"},{"type":"blob","id":"distance_image"},
         {"type":"string","id":"t","format":{"width":2}},
         {"type":"records","id":"models","elements":[{"type":"records","id":"rois","elements":[
-            {"type":"uint16","id":"v"}]}]}]})",
+            {"type":"uint16","id":"v"}]}]},{"type":"records","id":"model","elements":[]}]})",
               trace);
     // offset, length, element, id, type and encoding, value, note
     std::vector<QStringList> const expected = {
@@ -88,12 +88,16 @@ TEST(FormatTrace, NamesThePlaceTheRecordIdAndWhatWasNotAsAsked)
         {"5", "0", "elements[4]", "distance_image", "bytes ", "",
          "no such data for this result: nothing written"},
         {"5", "4", "elements[5]", "t", "string ascii", "text", "wider than its width of 2"},
+        {"9", "0", "elements[6]", "models", "records ", "2", ""},
+        {"9", "0", "elements[6] › models[0] › elements[0]", "rois", "records ", "2", ""},
         {"9", "1", "elements[6] › models[0] › elements[0] › rois[0] › elements[0]", "v", "uint16 ascii", "1",
          ""},
         {"10", "1", "elements[6] › models[0] › elements[0] › rois[1] › elements[0]", "v", "uint16 ascii", "2",
          ""},
+        {"11", "0", "elements[6] › models[1] › elements[0]", "rois", "records ", "1", ""},
         {"11", "1", "elements[6] › models[1] › elements[0] › rois[0] › elements[0]", "v", "uint16 ascii", "3",
          ""},
+        {"12", "0", "elements[7]", "model", "records ", "", "no such list in this record: nothing written"},
     };
     std::vector<QStringList> traced;
     for (FormatTraceEntry const& e : trace.entries())
