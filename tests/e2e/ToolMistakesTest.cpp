@@ -58,6 +58,26 @@ TEST_F(ToolMistakes, EachSaysWhatIsWrongAndWhatToDoWithANonZeroExit)
         {"vorn-host/vorn-host", {"frobnicate"}, "", 2, "unknown command \"frobnicate\""},
         // kslog
         {"kslog/kslog", {"tail", "-x", "--socket", "{socket}"}, "", 2, "unknown option \"-x\""},
+        // Refused before anything is read or published:
+        {"kslog/kslog", {"config", "--mask", "0x1ff"}, "", 2, "--mask must be a number from 0 to 255 (8"},
+        {"kslog/kslog", {"config", "--max", "0"}, "", 2, "--max must be a number from 1 to 2147483647"},
+        {"kslog/kslog", {"config", "--max", "2147483648"}, "", 2, "to 2147483647 (at least 1"},
+        {"kslog/kslog", {"config", "--mask", "1", "--pid", "-4"}, "", 2, "--pid must be a number from 1"},
+        {"kslog/kslog", {"tail", "-n", "-3"}, "", 2, "-n must be a number from 0 to 2147483647"},
+        {"kslog/kslog", {"tail", "-5", "-n3"}, "", 2, "give -n N or -N, not both"},
+        {"kslog/kslog", {"list", "--to", "4294967296"}, "", 2, "--to must be a number from -2147483648"},
+        {"kslog/kslog", {"list", "--from", "1O"}, "", 2, "not \"1O\""},
+        {"kslog/kslog", {"list", "--since", "noon"}, "", 2, "--since cannot be read as a time: \"noon\""},
+        {"kslog/kslog", {"list", "--until", "2024-02-30 10:00"}, "", 2, "(today), \"-30s\", \"-10min\""},
+        {"kslog/kslog", {"list", "--since", "24:00"}, "", 2, "cannot be read as a time"},
+        {"kslog/kslog", {"list", "--since", "-10years"}, "", 2, "cannot be read as a time"},
+        {"kslog/kslog", {"list", "--since", "-1min", "--until", "-2min"}, "", 2, "--since is after --until"},
+        {"kslog/kslog", {"tail", "-f", "--until", "-1h"}, "", 2, "a followed log has no end"},
+        {"kslog/kslog",
+         {"tail", "-f", "-n0", "--lua", "entry ==", "--socket", "{socket}"},
+         "",
+         1,
+         "filter fails"},
         // camsim, roipaint
     };
     for (Mistake const& m : mistakes) {

@@ -63,24 +63,49 @@ std::optional<std::string> Words::option(std::string const& name, std::string co
     return value;
 }
 
-long long Words::toNumber(std::string const& text, std::string const& what, long long low, long long high)
+long long Words::toNumber(std::string const& text, std::string const& what, long long low, long long high,
+                          std::string const& why)
 {
+    // Base 0 would read "010" as 8: nobody typing a pid or a count means octal.
+    size_t const digits = !text.empty() && (text[0] == '-' || text[0] == '+') ? 1 : 0;
+    bool const hex = text.compare(digits, 2, "0x") == 0 || text.compare(digits, 2, "0X") == 0;
     char* end = nullptr;
     errno = 0;
-    long long const value = strtoll(text.c_str(), &end, 0);
-    if (text.empty() || *end != '\0' || errno != 0 || value < low || value > high)
+    long long const value = strtoll(text.c_str(), &end, hex ? 16 : 10);
+    bool const whole = !text.empty() && !isspace(static_cast<unsigned char>(text[0])) && *end == '\0';
+    if (!whole || errno != 0 || value < low || value > high)
         throw UsageError(what + " must be a number from " + std::to_string(low) + " to " +
-                         std::to_string(high) + ", not \"" + text + "\"");
+                         std::to_string(high) + (why.empty() ? "" : " (" + why + ")") + ", not \"" + text +
+                         "\"");
     return value;
 }
 
 std::optional<long long> Words::number(std::string const& name, long long low, long long high,
-                                       std::string const& alias)
+                                       std::string const& alias, std::string const& why)
 {
     std::optional<std::string> const text = option(name, alias);
     if (!text)
         return std::nullopt;
-    return toNumber(*text, name, low, high);
+    return toNumber(*text, name, low, high, why);
+}
+
+std::optional<std::string> Words::dashCount()
+{
+    std::optional<std::string> count;
+    for (size_t i = 0; i < optionEnd();) {
+        std::string const& word = m_words[i];
+        bool const digits = word.size() > 1 && word[0] == '-' &&
+                            std::all_of(word.begin() + 1, word.end(), [](char c) { return isdigit(c) != 0; });
+        if (!digits) {
+            ++i;
+            continue;
+        }
+        if (count)
+            throw UsageError("give one count, not \"" + *count + "\" and \"" + word + "\"");
+        count = word.substr(1);
+        m_words.erase(m_words.begin() + long(i));
+    }
+    return count;
 }
 
 std::string Words::takeCommand(std::vector<std::string> const& names)

@@ -31,11 +31,15 @@ public:
     bool flag(std::string const& name, std::string const& alias = "");
     // "--name VALUE", "--name=VALUE", "-x VALUE" or "-xVALUE"; the last one given counts.
     std::optional<std::string> option(std::string const& name, std::string const& alias = "");
-    // An option's value as a number from low to high (decimal, or 0x.. hexadecimal).
+    // An option's value as a number from low to high (decimal, or 0x.. hexadecimal; a leading zero
+    // is not octal). `why`, when given, follows the range in the error: what the range stands for.
     std::optional<long long> number(std::string const& name, long long low, long long high,
-                                    std::string const& alias = "");
-    static long long toNumber(std::string const& text, std::string const& what, long long low,
-                              long long high);
+                                    std::string const& alias = "", std::string const& why = "");
+    static long long toNumber(std::string const& text, std::string const& what, long long low, long long high,
+                              std::string const& why = "");
+    // A word "-N" (a dash and digits only), taken out: the count shorthand of head and tail ("-5"
+    // for "-n 5"). Empty when there is none; a usage error when there are two.
+    std::optional<std::string> dashCount();
 
     // The first word that names a command, taken out; the words around it stay in order. Empty when
     // none does.

@@ -45,6 +45,24 @@ EntryPrinter::Entry readCut(std::string const& raw)
 
 } // namespace
 
+bool EntryPrinter::printText(std::string const& text) const
+{
+    // Read as the logger reads its stored entries, so that a followed entry shows as a listed one.
+    Entry entry{{"T", "?"}, {"P", "?"}, {"C", "?"}, {"S", "?"}, {"M", "Unrecognized entry"}};
+    cJSON* root = cJSON_Parse(text.c_str());
+    for (cJSON* member = root != nullptr ? root->child : nullptr; member != nullptr; member = member->next) {
+        if (member->string == nullptr)
+            continue;
+        char* json = cJSON_IsString(member) ? nullptr : cJSON_PrintUnformatted(member);
+        entry[member->string] = json != nullptr ? json : cJSON_IsString(member) ? member->valuestring : "";
+        cJSON_free(json);
+    }
+    if (root == nullptr)
+        entry["raw"] = text;
+    cJSON_Delete(root);
+    return print(entry);
+}
+
 bool EntryPrinter::print(Entry const& entry) const
 {
     auto const raw = entry.find("raw");
@@ -66,6 +84,9 @@ void EntryPrinter::printJson(Entry const& entry) const
         // Read back through cJSON, the members already hold the message as it was logged.
         cJSON_AddStringToObject(object, member.first.c_str(), member.second.c_str());
     }
+    std::string const time = m_clock.iso(valueOf(entry, "T"));
+    if (!time.empty())
+        cJSON_AddStringToObject(object, "time", time.c_str());
     char* text = cJSON_PrintUnformatted(object);
     fprintf(m_out, "%s\n", text != nullptr ? text : "{}");
     cJSON_free(text);
@@ -77,8 +98,10 @@ void EntryPrinter::printColumns(Entry const& entry) const
     std::string const category = valueOf(entry, "C");
     char const* on = m_colour ? colourOf(category) : "";
     char const* off = m_colour ? "\033[0m" : "";
-    fprintf(m_out, "%12s %7s %s%-7s%s %-16s %s\n", valueOf(entry, "T").c_str(), valueOf(entry, "P").c_str(),
-            on, category.c_str(), off, valueOf(entry, "S").c_str(), valueOf(entry, "M").c_str());
+    std::string const time = m_clock.local(valueOf(entry, "T"));
+    fprintf(m_out, "%-23s %7s %s%-7s%s %-16s %s\n", time.empty() ? valueOf(entry, "T").c_str() : time.c_str(),
+            valueOf(entry, "P").c_str(), on, category.c_str(), off, valueOf(entry, "S").c_str(),
+            valueOf(entry, "M").c_str());
 }
 
 } // namespace kslog

@@ -13,6 +13,16 @@ std::string plainFind(std::string const& haystack, std::string const& needle)
     return "string.find(" + haystack + ", " + LuaFilter::quote(needle) + ", 1, true)";
 }
 
+// The entry's time in seconds since boot; nil when it has none.
+char const kEntryTime[] = "tonumber(string.match(entry, '\"T\":\"([0-9.]+)\"') or '')";
+
+std::string number(double value)
+{
+    char text[64];
+    snprintf(text, sizeof text, "%.4f", value);
+    return text;
+}
+
 } // namespace
 
 void LuaFilter::requireCategories(std::vector<std::string> const& categories)
@@ -29,7 +39,21 @@ void LuaFilter::requireCategories(std::vector<std::string> const& categories)
 
 void LuaFilter::requireSource(std::string const& source)
 {
-    m_terms.push_back(plainFind("entry", "\"S\":\"" + asStored(source) + "\""));
+    // Loggers write their source name as it is, unescaped, and it never holds a quote.
+    std::string lower = source;
+    for (char& c : lower)
+        c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    m_terms.push_back("string.lower(string.match(entry, '\"S\":\"([^\"]*)\"') or '') == " + quote(lower));
+}
+
+void LuaFilter::requireTimeFrom(double bootSeconds)
+{
+    m_terms.push_back("(" + std::string(kEntryTime) + " or -math.huge) >= " + number(bootSeconds));
+}
+
+void LuaFilter::requireTimeUntil(double bootSeconds)
+{
+    m_terms.push_back("(" + std::string(kEntryTime) + " or math.huge) <= " + number(bootSeconds));
 }
 
 void LuaFilter::requireText(std::string const& text)

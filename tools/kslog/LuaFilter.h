@@ -11,9 +11,14 @@ class LuaFilter
 {
 public:
     void requireCategories(std::vector<std::string> const& categories);
+    // The source's name in any case: "kscom" finds "KSCOM".
     void requireSource(std::string const& source);
     // Plain text (no patterns) searched in the message.
     void requireText(std::string const& text);
+    // Entries stamped at or after `from`, at or before `until` (seconds since boot); an entry without
+    // a time is in no range.
+    void requireTimeFrom(double bootSeconds);
+    void requireTimeUntil(double bootSeconds);
     // An expression of the user's own, taken as it is.
     void requireExpression(std::string const& expression);
 

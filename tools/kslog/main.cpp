@@ -22,8 +22,12 @@
 #include <cjson/cJSON.h>
 #include <hiredis/hiredis.h>
 
+#include "BootClock.h"
 #include "EntryPrinter.h"
+#include "LogFollower.h"
 #include "LuaFilter.h"
+#include "RedisLink.h"
+#include "TimeText.h"
 #include "ToolMain.h"
 #include "core/Paths.h"
 #include "logger/CrashTrigger.h"
@@ -58,22 +62,37 @@ struct Command
 {
     char const* name;
     char const* summary;
-    char const* usage;
-    char const* details;
+    std::string usage;
+    std::string details;
     char const* example;
     std::set<std::string> switches;   // options without a value
     std::set<std::string> withValues; // options that take one
     std::function<int(Options const&)> run;
 };
 
-long long toNumber(std::string const& text, char const* what, long long low, long long high)
+// An option's value as a number within its range; `why` tells what the range stands for.
+long long number(Options const& options, std::string const& name, long long low, long long high,
+                 std::string const& why = "")
 {
-    return Words::toNumber(text, what, low, high);
+    return Words::toNumber(options.get(name), name, low, high, why);
 }
 
-int toInt(std::string const& text, char const* what)
+int intOption(Options const& options, std::string const& name, int fallback, long long low = INT32_MIN)
 {
-    return static_cast<int>(toNumber(text, what, INT32_MIN, INT32_MAX));
+    return options.has(name) ? static_cast<int>(number(options, name, low, INT32_MAX)) : fallback;
+}
+
+// The mask holds one bit per category, eight in all.
+unsigned int maskOption(Options const& options)
+{
+    return static_cast<unsigned int>(
+        number(options, "--mask", 0, 0xFF, "8 bits, one per category: 0x00 to 0xff"));
+}
+
+int maxOption(Options const& options)
+{
+    return static_cast<int>(number(options, "--max", 1, INT32_MAX,
+                                   "at least 1: a log without a limit would grow until memory ends"));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -150,13 +169,10 @@ bool colourWanted()
            strcmp(term, "dumb") != 0;
 }
 
-// ---------------------------------------------------------------------------------------------
-// Subcommands
-
-int runList(Options const& options)
+// The filters that list and tail share, for stored and followed entries alike. Wall-clock bounds
+// become times since boot through the clock offset of now.
+kslog::LuaFilter filterOf(Options const& options, kslog::BootClock const& clock)
 {
-    int const from = options.has("--from") ? toInt(options.get("--from"), "--from") : 0;
-    int const to = options.has("--to") ? toInt(options.get("--to"), "--to") : -1;
     kslog::LuaFilter filter;
     if (options.has("--category"))
         filter.requireCategories(categories(options.get("--category")));
@@ -164,27 +180,48 @@ int runList(Options const& options)
         filter.requireSource(options.get("--source"));
     if (options.has("--grep"))
         filter.requireText(options.get("--grep"));
+    std::optional<double> since, until;
+    if (options.has("--since"))
+        since = kslog::TimeText::parse(options.get("--since"), "--since", clock.wallNow());
+    if (options.has("--until"))
+        until = kslog::TimeText::parse(options.get("--until"), "--until", clock.wallNow());
+    if (since && until && *since > *until)
+        throw UsageError("--since is after --until: nothing could be shown");
+    if (since)
+        filter.requireTimeFrom(clock.bootOf(*since));
+    if (until)
+        filter.requireTimeUntil(clock.bootOf(*until));
     if (options.has("--lua"))
         filter.requireExpression(options.get("--lua"));
-
-    auto logger = connect();
-    std::vector<std::map<std::string, std::string>> entries;
-    std::string const expression = filter.expression();
-    if (!logger->getLogEntriesFiltered(entries, from, to, filter.empty() ? nullptr : expression.c_str()))
-        throw std::runtime_error(
-            "no entries read: the server rejected the request or the filter (see above)");
-    kslog::EntryPrinter const printer(stdout, g_settings.json, colourWanted());
-    for (auto const& entry : entries)
-        printer.print(entry);
-    return 0;
+    return filter;
 }
 
-kslog::EntryPrinter const* g_follower = nullptr;
+using Entries = std::vector<std::map<std::string, std::string>>;
 
-void printFollowed(std::map<std::string, std::string>& entry)
+Entries read(RedisLogger& logger, int from, int to, kslog::LuaFilter const& filter)
 {
-    if (!g_follower->print(entry))
-        _exit(0); // nobody reads any more
+    Entries entries;
+    std::string const expression = filter.expression();
+    if (!logger.getLogEntriesFiltered(entries, from, to, filter.empty() ? nullptr : expression.c_str()))
+        throw std::runtime_error(
+            "no entries read: the server rejected the request or the filter (see above)");
+    return entries;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Subcommands
+
+int runList(Options const& options)
+{
+    int const from = intOption(options, "--from", 0);
+    int const to = intOption(options, "--to", -1);
+    kslog::BootClock const clock = kslog::BootClock::now();
+    kslog::LuaFilter const filter = filterOf(options, clock);
+    auto logger = connect();
+    kslog::EntryPrinter const printer(stdout, g_settings.json, colourWanted(), clock);
+    for (auto const& entry : read(*logger, from, to, filter))
+        printer.print(entry);
+    return 0;
 }
 
 // A follower whose reader went away (kslog tail -f | head -1) ends at once, not only at the next
@@ -202,26 +239,38 @@ void endWhenTheReaderGoes()
     }).detach();
 }
 
+// The newest `lines` entries that pass the filter: with a filter, the whole log is searched.
+Entries newest(RedisLogger& logger, int lines, kslog::LuaFilter const& filter)
+{
+    if (lines == 0)
+        return {};
+    if (filter.empty())
+        return read(logger, -lines, -1, filter);
+    Entries entries = read(logger, 0, -1, filter);
+    if (entries.size() > size_t(lines))
+        entries.erase(entries.begin(), entries.end() - lines);
+    return entries;
+}
+
 int runTail(Options const& options)
 {
-    int const lines = options.has("-n") ? toInt(options.get("-n"), "-n") : 10;
-    if (lines < 0)
-        throw UsageError("-n must not be negative");
+    int const lines = intOption(options, "-n", 10, 0);
+    bool const follow = options.has("-f");
+    if (follow && options.has("--until"))
+        throw UsageError("--until ends a range, and a followed log has no end: leave out -f or --until");
+    kslog::BootClock const clock = kslog::BootClock::now();
+    kslog::LuaFilter const filter = filterOf(options, clock);
     auto logger = connect();
-    kslog::EntryPrinter const printer(stdout, g_settings.json, colourWanted());
-    if (lines > 0) {
-        std::vector<std::map<std::string, std::string>> entries;
-        if (!logger->getLogEntriesFiltered(entries, -lines, -1, nullptr))
-            throw std::runtime_error("no entries read (see above)");
-        for (auto const& entry : entries)
-            printer.print(entry);
-    }
-    if (!options.has("-f"))
+    kslog::EntryPrinter const printer(stdout, g_settings.json, colourWanted(), clock);
+    for (auto const& entry : newest(*logger, lines, filter))
+        printer.print(entry);
+    if (!follow)
         return 0;
-    g_follower = &printer;
+    kslog::LogFollower follower(g_settings.socket, "LOG:ENTRIES", filter.expression(), "kslog tail");
+    follower.checkFilter();
     endWhenTheReaderGoes();
-    logger->subscribeLatest(printFollowed); // returns only when the connection ends
-    throw std::runtime_error("the connection to Redis ended");
+    follower.run([&printer](std::string const& entry) { return printer.printText(entry); });
+    return 0; // nobody reads any more
 }
 
 int runCount(Options const&)
@@ -277,17 +326,89 @@ void checkCrashExpression(Options const& options)
     std::string error;
     if (!trigger.set(expression, error))
         throw UsageError("--segv is not a valid regular expression: " + error);
-    long long const mask = options.has("--mask") ? toNumber(options.get("--mask"), "--mask", 0, 0xFFFFFFFFLL)
-                           : options.has("--enable") ? maskOf(categories(options.get("--enable")))
-                                                     : 0xF0;
-    int const max = options.has("--max") ? toInt(options.get("--max"), "--max") : 10000;
+    unsigned int const mask = options.has("--mask")     ? maskOption(options)
+                              : options.has("--enable") ? maskOf(categories(options.get("--enable")))
+                                                        : 0xF0;
+    int const max = options.has("--max") ? maxOption(options) : 10000;
     char announcement[128];
     snprintf(announcement, sizeof announcement,
-             "Applying new log configuration: mask(0x%llx), SigSegV Regexp(%s), max logs(%d), instance(0x0)",
+             "Applying new log configuration: mask(0x%x), SigSegV Regexp(%s), max logs(%d), instance(0x0)",
              mask, expression.c_str(), max);
     if (trigger.matches(announcement))
         throw UsageError("--segv matches the line every logger writes when it applies it (\"" +
                          std::string(announcement) + "\"): each would crash at once");
+}
+
+// What a configuration text says: -1 (mask) and 0 (max) for not given.
+struct Configuration
+{
+    std::string source;
+    long long mask = -1;
+    int max = 0;
+    std::string segv;
+    std::string published; // the text for LOGGER:CFG
+};
+
+Configuration configurationOf(Options const& options)
+{
+    Configuration c;
+    c.source = options.has("--source") ? options.get("--source") : "all";
+    cJSON* text = cJSON_CreateObject();
+    cJSON_AddStringToObject(text, "source", c.source.c_str());
+    if (options.has("--pid"))
+        cJSON_AddNumberToObject(text, "pid", static_cast<double>(number(options, "--pid", 1, INT32_MAX)));
+    if (options.has("--mask") || options.has("--enable")) {
+        c.mask = options.has("--mask") ? maskOption(options) : maskOf(categories(options.get("--enable")));
+        cJSON_AddNumberToObject(text, "mask", static_cast<double>(c.mask));
+    }
+    if (options.has("--max")) {
+        c.max = maxOption(options);
+        cJSON_AddNumberToObject(text, "max", c.max);
+    }
+    if (options.has("--segv")) {
+        c.segv = options.get("--segv");
+        cJSON_AddStringToObject(text, "segvregex", c.segv.c_str());
+    }
+    char* json = cJSON_PrintUnformatted(text);
+    c.published = json;
+    cJSON_free(json);
+    cJSON_Delete(text);
+    return c;
+}
+
+// Publishes on the loggers' channel; the server answers how many subscribers received it: one per
+// process with a configurable logger (its listening thread), whatever the source they match.
+long long publish(std::string const& text)
+{
+    kslog::RedisLink link(g_settings.socket);
+    kslog::RedisLink::Reply const reply = link.command({"PUBLISH", RedisLogger::getLoggerCfgKey(), text});
+    if (!reply || reply->type != REDIS_REPLY_INTEGER)
+        throw std::runtime_error(
+            "the configuration could not be published: " +
+            (reply ? std::string(reply->str != nullptr ? reply->str : "") : link.error()));
+    return reply->integer;
+}
+
+void reportConfig(Configuration const& c, bool saved, long long receivers)
+{
+    if (g_settings.json) {
+        cJSON* object = cJSON_CreateObject();
+        cJSON_AddStringToObject(object, "published", c.published.c_str());
+        cJSON_AddNumberToObject(object, "receivers", static_cast<double>(receivers));
+        cJSON_AddBoolToObject(object, "saved", saved);
+        printJsonLine(object);
+    } else {
+        printf("published on %s: %s\nreceived by %lld running logger%s\n", RedisLogger::getLoggerCfgKey(),
+               c.published.c_str(), receivers, receivers == 1 ? "" : "s");
+        if (saved)
+            printf("stored for \"%s\" in LOG:PERM:CFG (loggers read it when they start)\n", c.source.c_str());
+    }
+    fflush(stdout);
+    // Not a failure: the text went out, and nothing running is a state a script may well meet.
+    if (receivers == 0 && !saved)
+        fprintf(stderr,
+                "kslog config: warning: no running logger received it, so it changed nothing; add --save to "
+                "make loggers started later use it\n");
 }
 
 int runConfig(Options const& options)
@@ -298,62 +419,52 @@ int runConfig(Options const& options)
         options.has("--mask") || options.has("--enable") || options.has("--max") || options.has("--segv");
     if (!anything)
         throw UsageError("nothing to configure: give --mask, --enable, --max or --segv");
-    // Loggers refuse these too, but only after the text has gone out to every process.
-    if (options.has("--max") && toInt(options.get("--max"), "--max") < 1)
-        throw UsageError("--max must be at least 1: a log without a limit would grow until memory ends");
+    // Loggers refuse a bad text too, but only after it has gone out to every process.
+    Configuration const c = configurationOf(options);
     if (options.has("--segv"))
         checkCrashExpression(options);
-
-    std::string source = options.has("--source") ? options.get("--source") : "all";
-    cJSON* text = cJSON_CreateObject();
-    cJSON_AddStringToObject(text, "source", source.c_str());
-    if (options.has("--pid"))
-        cJSON_AddNumberToObject(text, "pid", toInt(options.get("--pid"), "--pid"));
-    long long mask = -1;
-    if (options.has("--mask")) {
-        mask = toNumber(options.get("--mask"), "--mask", 0, 0xFFFFFFFFLL);
-        cJSON_AddNumberToObject(text, "mask", static_cast<double>(mask));
-    }
-    if (options.has("--enable")) {
-        mask = maskOf(categories(options.get("--enable")));
-        cJSON_AddNumberToObject(text, "mask", static_cast<double>(mask));
-    }
-    int max = 0;
-    if (options.has("--max")) {
-        max = toInt(options.get("--max"), "--max");
-        cJSON_AddNumberToObject(text, "max", max);
-    }
-    std::string const segv = options.has("--segv") ? options.get("--segv") : "";
-    if (options.has("--segv"))
-        cJSON_AddStringToObject(text, "segvregex", segv.c_str());
-    char* json = cJSON_PrintUnformatted(text);
-    std::string const published = json;
-    cJSON_free(json);
-    cJSON_Delete(text);
+    bool const save = options.has("--save");
+    // Only what a stored record can hold: a mask, a maximum, an expression.
+    if (save && c.mask < 0 && c.max < 1 && c.segv.empty())
+        throw UsageError("--save needs --mask, --enable, --max or a non-empty --segv");
 
     auto logger = connect();
-    if (options.has("--save")) {
-        // Only what a stored record can hold: a mask, a maximum above 0, an expression.
-        if (mask < 0 && max < 1 && segv.empty())
-            throw UsageError("--save needs --mask, --enable, --max above 0 or a non-empty --segv");
+    if (save) {
         requirePermanentStore();
+        std::string source = c.source;
         // The store reports false even when it kept the record; failures are printed by the logger.
-        logger->saveConfig(source, mask < 0 ? 0xFFFFFFFFu : static_cast<unsigned int>(mask), max, segv);
+        logger->saveConfig(source, c.mask < 0 ? 0xFFFFFFFFu : static_cast<unsigned int>(c.mask), c.max,
+                           c.segv);
     }
-    if (!logger->redisPushConfig(published.c_str(), static_cast<unsigned int>(published.size())))
-        throw std::runtime_error("the configuration could not be published");
-
-    if (g_settings.json) {
-        cJSON* object = cJSON_CreateObject();
-        cJSON_AddStringToObject(object, "published", published.c_str());
-        cJSON_AddBoolToObject(object, "saved", options.has("--save"));
-        printJsonLine(object);
-    } else {
-        printf("published on %s: %s\n", RedisLogger::getLoggerCfgKey(), published.c_str());
-        if (options.has("--save"))
-            printf("stored for \"%s\" in LOG:PERM:CFG (loggers read it when they start)\n", source.c_str());
-    }
+    reportConfig(c, save, publish(c.published));
     return 0;
+}
+
+// The filters of list and tail.
+std::string const kFilters =
+    "[--category ERROR,WARN] [--source NAME] [--grep TEXT] [--since TIME] [--until TIME] "
+    "[--lua EXPR]";
+std::set<std::string> const kFilterOptions = {"--category", "--source", "--grep",
+                                              "--since",    "--until",  "--lua"};
+
+char const kFilterHelp[] =
+    "  --category LIST    only these categories, in any case (DEBUG DIAG TRACE INFO WARN ERROR FATAL EMERG)\n"
+    "  --source NAME      only entries of this source, in any case: kscom finds KSCOM\n"
+    "  --grep TEXT        only messages containing TEXT (plain text, not a pattern)\n"
+    "  --since TIME       only entries written at or after TIME, in local wall-clock time:\n"
+    "                     \"YYYY-MM-DD HH:MM[:SS]\", \"YYYY-MM-DD\", \"HH:MM[:SS]\" (today),\n"
+    "                     or before now: \"-30s\", \"-10min\", \"-2h\", \"-1d\"; also \"now\", \"today\", \"yesterday\"\n"
+    "  --until TIME       only entries written at or before TIME (same forms)\n"
+    "  --lua EXPR         only entries for which the Lua expression EXPR is true; `entry` is the\n"
+    "                     entry's raw JSON text. The filters are run as a Lua script INSIDE the\n"
+    "                     Redis server, over the whole log or range: keep expressions cheap.\n"
+    "Times are local wall-clock times; entries carry the time since boot, which --json keeps as \"T\"\n"
+    "beside \"time\". A clock change after an entry was written shifts the time shown for it.\n";
+
+std::set<std::string> withFilters(std::set<std::string> names)
+{
+    names.insert(kFilterOptions.begin(), kFilterOptions.end());
+    return names;
 }
 
 std::vector<Command> const& commands()
@@ -361,28 +472,25 @@ std::vector<Command> const& commands()
     static std::vector<Command> const all = {
         {"tail",
          "show the newest entries, and with -f follow new ones",
-         "kslog tail [-n N] [-f]",
-         "  -n N        how many of the newest entries to show first (default 10)\n"
-         "  -f          keep running and print each new entry as it is written (Ctrl-C ends)\n",
-         "kslog tail -n 20 -f",
+         "kslog tail [-n N|-N] [-f] " + kFilters,
+         "  -n N, -N           how many of the newest (matching) entries to show first (default 10)\n"
+         "  -f                 keep running and print each new (matching) entry as it is written; when the\n"
+         "                     server goes away, wait for it and go on (Ctrl-C ends). Not with --until.\n" +
+             std::string(kFilterHelp),
+         "kslog tail -n 20 -f --source kscom --category error,fatal",
          {"-f"},
-         {"-n"},
+         withFilters({"-n"}),
          runTail},
         {"list",
          "show a range of entries, optionally filtered",
-         "kslog list [--from N] [--to M] [--category ERROR,WARN] [--source NAME] [--grep TEXT] [--lua EXPR]",
-         "  --from N, --to M   list indices, oldest first; negative count from the newest (default 0 and "
-         "-1)\n"
-         "  --category LIST    only these categories (DEBUG DIAG TRACE INFO WARN ERROR FATAL EMERG)\n"
-         "  --source NAME      only entries of this source, e.g. KSCOM\n"
-         "  --grep TEXT        only messages containing TEXT (plain text, not a pattern)\n"
-         "  --lua EXPR         only entries for which the Lua expression EXPR is true; `entry` is the\n"
-         "                     entry's raw JSON text. The filters are run as a Lua script INSIDE the\n"
-         "                     Redis server, over the whole range: keep expressions cheap.\n",
-         "kslog list --from -100 --category ERROR,FATAL --source KSCOM --lua \"string.find(entry, "
-         "'trigger')\"",
+         "kslog list [--from N] [--to M] " + kFilters,
+         std::string(
+             "  --from N, --to M   list indices, oldest first; negative from the newest (default 0, -1)\n") +
+             kFilterHelp,
+         "kslog list --since \"2024-05-03 14:00\" --until -10min --category ERROR,FATAL --lua "
+         "\"string.find(entry, 'trigger')\"",
          {},
-         {"--from", "--to", "--category", "--source", "--grep", "--lua"},
+         withFilters({"--from", "--to"}),
          runList},
         {"count",
          "print the number of stored entries",
@@ -397,15 +505,18 @@ std::vector<Command> const& commands()
          "change what running loggers write (and with --save, what new ones start with)",
          "kslog config [--source NAME|all] [--pid P] [--mask 0x..|--enable CAT,...] [--max N] [--segv REGEX] "
          "[--save]",
-         "  --source NAME  the logger source to change, or all (default all)\n"
+         "  --source NAME  the logger source to change, exactly as the loggers name it, or all (default "
+         "all)\n"
          "  --pid P        only the process with this id\n"
-         "  --mask 0x..    the new category mask (0x01 DEBUG ... 0x80 EMERG; 0xff all)\n"
+         "  --mask 0x..    the new category mask, 0x00 to 0xff (0x01 DEBUG ... 0x80 EMERG; 0xff all)\n"
          "  --enable LIST  the new mask as category names, e.g. DEBUG,WARN,ERROR\n"
-         "  --max N        how many entries the log keeps\n"
+         "  --max N        how many entries the log keeps (at least 1)\n"
          "  --segv REGEX   crash the logging process (SIGSEGV) when a message matches; \"\" switches it off\n"
          "  --save         also store it, so that loggers started later use it (--pid is not stored)\n"
          "The change is published on LOGGER:CFG; every subscribed logger of the source applies it at once\n"
-         "and writes an INFO entry saying so.\n",
+         "and writes an INFO entry saying so. kslog says how many running loggers received it "
+         "(\"receivers\"\n"
+         "with --json), and warns when none did and nothing was saved.\n",
          "kslog config --source KSCOM --enable DEBUG,INFO,WARN,ERROR,FATAL,EMERG --save",
          {"--save"},
          {"--source", "--pid", "--mask", "--enable", "--max", "--segv"},
@@ -419,8 +530,16 @@ Options take(Command const& c, Words& words)
 {
     Options options;
     for (auto const& name : c.withValues) {
-        if (auto value = words.option(name))
+        // A short option also takes its value joined to it: -n5.
+        if (auto value = words.option(name, name.size() == 2 ? name : ""))
             options.values[name] = *value;
+    }
+    if (c.withValues.count("-n") != 0) {
+        if (auto count = words.dashCount()) {
+            if (options.has("-n"))
+                throw UsageError("give -n N or -N, not both");
+            options.values["-n"] = *count;
+        }
     }
     for (auto const& name : c.switches) {
         if (words.flag(name))
