@@ -73,6 +73,12 @@ public:
     // A reference that cannot be loaded would otherwise silently accept anything.
     std::string const& error() const { return m_error; }
 
+    rapidjson::Document const* source(std::string const& name) const
+    {
+        auto const it = m_documents.find(name);
+        return it == m_documents.end() ? nullptr : &it->second.source;
+    }
+
     // The schema files read so far, for a place in one of them.
     std::vector<rapidjson::Document const*> sources() const
     {
@@ -141,10 +147,32 @@ bool FormatSchema::check(rapidjson::Value const& value, Violation& violation) co
     violation.allowed.clear();
     if (violation.keyword == "enum" || violation.keyword == "additionalProperties")
         violation.allowed = allowedAt(validator.GetInvalidSchemaPointer(), violation.keyword);
+    // The library names the object's schema for a property's enumeration: look under the property.
+    rapidjson::SizeType const depth = violation.where.GetTokenCount();
+    if (violation.allowed.empty() && violation.keyword == "enum" && depth > 0) {
+        rapidjson::Pointer::Token const& last = violation.where.GetTokens()[depth - 1];
+        violation.allowed = allowedAt(
+            validator.GetInvalidSchemaPointer().Append("properties", 10).Append(last.name, last.length),
+            "enum");
+    }
     return false;
 }
 
-std::vector<std::string> FormatSchema::allowedAt(rapidjson::Pointer const& schemaPlace, std::string const& keyword) const
+std::vector<std::string> FormatSchema::enumeration(std::string const& file, char const* place) const
+{
+    rapidjson::Document const* document = m_provider->source(file);
+    rapidjson::Value const* values =
+        document == nullptr ? nullptr : rapidjson::Pointer(place).Append("enum", 4).Get(*document);
+    std::vector<std::string> allowed;
+    if (values != nullptr && values->IsArray()) {
+        for (auto const& item : values->GetArray())
+            allowed.push_back(item.IsString() ? item.GetString() : "");
+    }
+    return allowed;
+}
+
+std::vector<std::string> FormatSchema::allowedAt(rapidjson::Pointer const& schemaPlace,
+                                                 std::string const& keyword) const
 {
     // The place does not say which file it is in; every enumeration of these files is found at a
     // place that exists in one file only.

@@ -28,13 +28,17 @@ public:
     // Where a value breaks the schema.
     struct Violation
     {
-        rapidjson::Pointer where;         // into the value checked
-        std::string keyword;              // the schema keyword broken ("enum", "type", ...)
+        rapidjson::Pointer where; // into the value checked
+        std::string keyword;      // the schema keyword broken ("enum", "type", ...)
         // For "enum" the values the schema allows there, for "additionalProperties" the keys.
         std::vector<std::string> allowed;
     };
     // True when the value conforms; otherwise false with the first violation. Only when loaded.
     bool check(rapidjson::Value const& value, Violation& violation) const;
+
+    // The values an enumeration of one of the schema files allows ("vorn-format.json",
+    // "/definitions/valueType"), once a check has loaded that file.
+    std::vector<std::string> enumeration(std::string const& file, char const* place) const;
 
     static std::string const& fileName(); // "vorn-format.json"
     // What breaking a keyword of this schema means, in words ("is not one of the allowed values").
@@ -42,7 +46,8 @@ public:
 
 private:
     class Provider;
-    std::vector<std::string> allowedAt(rapidjson::Pointer const& schemaPlace, std::string const& keyword) const;
+    std::vector<std::string> allowedAt(rapidjson::Pointer const& schemaPlace,
+                                       std::string const& keyword) const;
 
     std::unique_ptr<Provider> m_provider;
     rapidjson::Document m_source;

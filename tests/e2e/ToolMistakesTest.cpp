@@ -1,5 +1,6 @@
 // Every tool answers a mistake with what is wrong and what to do, and a non-zero exit: one table over
 // the simulated camera, a real Redis pair and a private bus.
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -19,29 +20,32 @@ namespace {
 
 struct Mistake
 {
-    char const* tool; // the program's folder and name under tools/
+    std::string tool; // the program's folder and name under tools/
     std::vector<std::string> args;
     std::string input; // standard input
     int exitCode;
-    char const* says; // on standard error
+    std::string says; // on standard error (or, for validate's verdict, its output)
 };
 
 class ToolMistakes : public ::testing::Test
 {
 protected:
-    // "{dir}" in an argument stands for the test's own folder, "{socket}" for the log's socket.
+    // "{dir}" stands for the test's own folder, "{socket}" for the log's socket.
+    std::string substitute(std::string text)
+    {
+        for (auto const& [word, value] : {std::pair<std::string, std::string>{"{dir}", m_dir.path()},
+                                          {"{socket}", m_redis.cache().socketPath()}}) {
+            for (size_t at; (at = text.find(word)) != std::string::npos;)
+                text.replace(at, word.size(), value);
+        }
+        return text;
+    }
     std::vector<std::string> command(Mistake const& m)
     {
         std::vector<std::string> args;
-        for (std::string arg : m.args) {
-            for (auto const& [word, value] : {std::pair<std::string, std::string>{"{dir}", m_dir.path()},
-                                              {"{socket}", m_redis.cache().socketPath()}}) {
-                for (size_t at; (at = arg.find(word)) != std::string::npos;)
-                    arg.replace(at, word.size(), value);
-            }
-            args.push_back(arg);
-        }
-        return programCommand(std::string(KV_BINARY_DIR "/tools/") + m.tool, args);
+        for (std::string const& arg : m.args)
+            args.push_back(substitute(arg));
+        return programCommand(KV_BINARY_DIR "/tools/" + m.tool, args);
     }
 
     TempDir m_dir{"kv-mistakes"};
@@ -52,10 +56,45 @@ protected:
 
 TEST_F(ToolMistakes, EachSaysWhatIsWrongAndWhatToDoWithANonZeroExit)
 {
-    m_camera.trigger();
+    std::string const id = m_camera.trigger();
+    m_redis.cache().hset("result_77", "ModelResult", "{}"); // stored, but published as no frame
+    for (auto const& [name, text] :
+         {std::pair{"good", R"({"elements":[{"type":"uint8","id":"activeapp_id"}]})"},
+          {"array", "[1,2,3]"},
+          {"object", R"({"elements":{}})"},
+          {"kinds", R"({"elements":[{"type":"uint12","id":"a"},{"type":"records","id":"model",
+                                         "elements":[]},{"type":"int8","id":"b","format":{"dataencoding":"binery"}}]})"},
+          {"broken", "{\"elements\":[\n{\"type\":}"}})
+        std::ofstream(m_dir.file(std::string(name) + ".json")) << text;
+    std::string const host = "vorn-host/vorn-host";
     Mistake const mistakes[] = {
         // vorn-host
-        {"vorn-host/vorn-host", {"frobnicate"}, "", 2, "unknown command \"frobnicate\""},
+        {host, {"frobnicate"}, "", 2, "unknown command \"frobnicate\""},
+        {host, {"format", "9999", "{dir}/good.json"}, "", 1, "no result 9999: Redis holds no result_9999"},
+        {host, {"format", "77", "{dir}/good.json", "--acquire"}, "", 1, "nothing acquired"},
+        {host, {"format", "77", "{dir}/good.json", "--acquire", "--explain"}, "", 1, "nothing acquired"},
+        {host, {"format", id, "{dir}/array.json"}, "", 1, "/: [1,2,3] is no description"},
+        {host, {"format", id, "-"}, R"({"elements":{}})", 1, "/elements: {} is no list"},
+        {host, {"plc-types", "{dir}/broken.json"}, "", 1, "no JSON: Invalid value. (line 2, column 9)"},
+        {host,
+         {"plc-types", "{dir}/kinds.json"},
+         "",
+         1,
+         "/elements/0/type: \"uint12\" is not one of the allowed"},
+        {host, {"validate", "{dir}/kinds.json"}, "", 1, "allowed: string, int8, int16, int32, uint8"},
+        {host,
+         {"validate", "{dir}/kinds.json"},
+         "",
+         1,
+         "/elements/1/id: \"model\": the records here have no list"},
+        {host,
+         {"validate", "{dir}/kinds.json"},
+         "",
+         1,
+         "/elements/2/format/dataencoding: \"binery\" is not one"},
+        {host, {"plc-types", "{dir}/good.json", "--lang", "basic"}, "", 2, "--lang is st or c"},
+        {host, {"plc-types", "{dir}/good.json"}, "", 1, "(\"activeapp_id\") is text of no fixed width"},
+        {host, {"plc-types", "{dir}/nothing.json"}, "", 2, "cannot read {dir}/nothing.json: No such file"},
         // kslog
         {"kslog/kslog", {"tail", "-x", "--socket", "{socket}"}, "", 2, "unknown option \"-x\""},
         // Refused before anything is read or published:
@@ -82,10 +121,13 @@ TEST_F(ToolMistakes, EachSaysWhatIsWrongAndWhatToDoWithANonZeroExit)
     };
     for (Mistake const& m : mistakes) {
         std::vector<std::string> const argv = command(m);
-        SCOPED_TRACE(m.tool + (" " + ::testing::PrintToString(m.args)));
+        SCOPED_TRACE(m.tool + " " + ::testing::PrintToString(m.args));
         ProgramRun const run = runProgram(argv, m.input);
         EXPECT_EQ(run.exitCode, m.exitCode);
-        EXPECT_THAT(run.err, HasSubstr(m.says));
+        std::string said = run.err; // validate's verdict is its output
+        for (std::string const& line : run.lines)
+            said += line + '\n';
+        EXPECT_THAT(said, HasSubstr(substitute(m.says)));
     }
 }
 

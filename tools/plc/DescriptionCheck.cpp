@@ -64,6 +64,7 @@ struct Walk
     std::vector<DescriptionCheck::Problem>& problems;
     FormatSchema element{R"({"$ref": "vorn-format.json#/definitions/element"})"};
     FormatSchema optionSchema{R"({"$ref": "vorn-format-options.json#"})"};
+    FormatSchema valueType{R"({"$ref": "vorn-format.json#/definitions/valueType"})"};
 
     void add(QString const& path, QString const& message) { problems.push_back({path, message}); }
 
@@ -114,6 +115,17 @@ struct Walk
             add(path,
                 text(element) + QStringLiteral(" is no element: an element is an object with a \"type\""));
             return;
+        }
+        // An unknown type fails every kind of element alike; said with the types there are.
+        if (element.HasMember("type") && element["type"].IsString() && element["type"] != "records" &&
+            element["type"] != "blob") {
+            FormatSchema::Violation v;
+            if (!valueType.check(element["type"], v)) {
+                v.allowed = valueType.enumeration(FormatSchema::fileName(), "/definitions/valueType");
+                v.allowed.insert(v.allowed.end(), {"records", "blob"});
+                violation(path + QStringLiteral("/type"), v, element["type"]);
+                return;
+            }
         }
         // The element without its options and nested elements: those are checked on their own.
         Value bare(element, allocator);
