@@ -40,8 +40,8 @@ done
 export ORV_REDIS_CACHE_SOCKET="$root/cache.sock" ORV_REDIS_SOCKET="$root/perm.sock"
 export ORV_VORN_SCHEMA_DIR="$schema" DBUS_SYSTEM_BUS_ADDRESS="unix:path=$root/no-bus"
 export VORN_PLUGIN="$lib"
-"$dest/usr/bin/vorn-host" validate "$source/docs/examples/format-demo.json" | grep -q '^valid: *true' \
-  || fail "the installed plug-in rejects a valid description"
+"$dest/usr/bin/vorn-host" validate "$source/docs/examples/format-demo.json" >"$root/out" 2>&1 \
+  && grep -q '^valid: *true' "$root/out" || fail "the installed plug-in rejects a valid description"
 if "$dest/usr/bin/vorn-host" validate "$source/tests/data/formats/invalid/base-17.json" >"$root/out" 2>&1; then
   fail "the installed plug-in accepts a description with base 17"
 fi
@@ -56,6 +56,8 @@ deb=$(find "$root/pkg" -maxdepth 1 -name '*.deb' | head -1)
 contents=$(dpkg-deb -c "$deb")
 for path in 'usr/lib/(.*/)?libkestrelvorn\.so' 'opt/orv/usr/share/vorn/schema/vorn-format\.json' \
   'usr/bin/vorn-host' 'usr/bin/kslog' 'usr/share/dbus-1/system.d/com\.orv\.lrae\.conf'; do
-  echo "$contents" | grep -qE "\./$path" || fail "the package lacks $path"
+  # A here-string, not a pipe: grep -q stops reading at the first match, and under pipefail the
+  # writer's broken pipe would fail the check on a long listing.
+  grep -qE "\./$path" <<<"$contents" || fail "the package lacks $path"
 done
 echo "package $(basename "$deb") carries the library, schema, tools and bus policy"
