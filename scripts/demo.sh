@@ -42,13 +42,14 @@ wait_for() { # wait_for DESCRIPTION COMMAND...: poll for up to 10 s
 
 echo "libkestrelvorn demo; outputs go to $out"
 
-step "Build the plug-in, vorn-host, the simulated camera and kslog (into $build)"
+step "Build the plug-in, vorn-host, the simulated camera, kslog and roipaint (into $build)"
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >"$out/configure.log"
-cmake --build "$build" -j "$(nproc)" --target kestrelvorn vorn-host camsim kslog >"$out/build.log" \
+cmake --build "$build" -j "$(nproc)" --target kestrelvorn vorn-host camsim kslog roipaint >"$out/build.log" \
   || { tail -30 "$out/build.log"; exit 1; }
 vorn_host="$build/tools/vorn-host/vorn-host"
 kslog="$build/tools/kslog/kslog"
 camsim="$build/tools/camsim/camsim"
+roipaint="$build/tools/roipaint/roipaint"
 echo "built $(ls "$build"/src/libkestrelvorn.so*| head -1)"
 
 step "Start Redis: the cache socket (results, log) and the permanent-configuration socket"
@@ -136,15 +137,19 @@ acquire
 query {id} distance_image --out $out/distance_image.chunk
 query {id} amplitude_image --out $out/amplitude_image.chunk
 query {id} normalized_amplitude_image --out $out/normalized_amplitude_image.chunk
-query {id} json_model --out $out/json_model.chunk
-query {id} z4_amplitude_png --out $out/amplitude_with_rois.chunk
+query {id} json_model --out $out/json_model.json
+query {id} z4_amplitude_png --out $out/amplitude_with_rois.png
 free {id}
 SESSION
+# A file named .png or .json gets the picture or text alone, without the 48-byte chunk header.
 host session <"$run/session.txt" | tee "$out/session.txt" | cut -c1-150
-tail -c +49 "$out/amplitude_with_rois.chunk" >"$out/amplitude_with_rois.png"
-tail -c +49 "$out/json_model.chunk" >"$out/json_model.json"
 echo "saved $out/amplitude_with_rois.png ($(file -b "$out/amplitude_with_rois.png" | cut -d, -f1-2))"
 echo "saved $out/json_model.json ($(wc -c <"$out/json_model.json") bytes)"
+
+step "Each ROI of the model in the colour of its state, labelled with its id (roipaint)"
+"$roipaint" --background "$out/amplitude_with_rois.png" --scale 3 "$out/json_model.json" "$out/rois_by_state.png"
+"$roipaint" --help | sed -n '/^colours:/,/^$/p'
+echo "saved $out/rois_by_state.png"
 
 step "Check two output-format descriptions in docs/examples (request 27)"
 for description in format-demo.json format-demo-binary.json; do

@@ -165,6 +165,7 @@ void RoiElements::loadModel(QString const& key, QJsonObject const& model)
         element.id = id.toInt();
         QJsonObject const roi = table.value(id).toObject();
         element.type = roi.value(QLatin1String("type")).toString();
+        element.state = roi.value(QLatin1String("state")).toString();
         if (toShape(roi, element.shape))
             m_elements.append(element);
         else

@@ -34,6 +34,7 @@ public:
         QString model; // the model's key, e.g. "model_001"
         int id = 0;    // the ROI's key read as a number
         QString type;
+        QString state; // the ROI's "state" in the result ("good", ...); empty when it has none
         RoiShapeModel shape;
     };
 

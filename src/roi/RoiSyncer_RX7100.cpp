@@ -35,6 +35,11 @@ bool RoiSyncer_RX7100::loadFromJson(QByteArray const& json)
 
 void RoiSyncer_RX7100::paintRois(QImage& image) const
 {
+    paintRois(image, [](RoiElements::Element const&) { return penColor(); });
+}
+
+void RoiSyncer_RX7100::paintRois(QImage& image, ColourOf const& colourOf) const
+{
     if (image.isNull() || m_rois.elements().isEmpty())
         return;
     if (!hasColours(image.format()))
@@ -43,12 +48,14 @@ void RoiSyncer_RX7100::paintRois(QImage& image) const
     QPainter painter(&image);
     // Aliased one-pixel lines: every outline pixel gets the full colour and nothing else is touched.
     painter.setRenderHint(QPainter::Antialiasing, false);
-    QPen pen(penColor());
+    QPen pen;
     pen.setWidth(0);
-    painter.setPen(pen);
     painter.setBrush(Qt::NoBrush);
-    for (RoiElements::Element const& element : m_rois.elements())
+    for (RoiElements::Element const& element : m_rois.elements()) {
+        pen.setColor(colourOf(element));
+        painter.setPen(pen);
         paintShape(painter, element.shape);
+    }
 }
 
 void RoiSyncer_RX7100::paintShape(QPainter& painter, RoiShapeModel const& shape)

@@ -100,7 +100,7 @@ TEST_F(Faults, RedisGoingAwayAndComingBackCostsNoAnswerAndTheCameraPublishesAgai
 TEST_F(Faults, ADeviceServiceKilledInTheMiddleOfACallFailsThatCallAtOnce)
 {
     DBusDaemon bus;
-    CameraSim camera({0, "176x132", 8, 3, {"vornTrigger=slow:20000"}});
+    CameraSim camera({0, "176x132", 8, 3, {"vornTrigger=slow:20000"}, ""});
     PluginChild plugin([&](LoadedPlugin& loaded) {
         Host host(loaded);
         raiseFlag(flag("calling"));

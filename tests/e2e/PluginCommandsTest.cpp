@@ -245,7 +245,7 @@ TEST_F(PluginCommands, LoadingWithoutItsRedisEndsTheHostWithTheLoggersError)
 TEST_F(PluginCommands, DISABLED_FailAfterTheBusTimeOutWhenAServiceNeverAnswers)
 {
     DBusDaemon bus;
-    CameraSim camera({0, "176x132", 8, 3, {"vornTrigger=noreply"}});
+    CameraSim camera({0, "176x132", 8, 3, {"vornTrigger=noreply"}, ""});
     auto const start = std::chrono::steady_clock::now();
     ChildResult const child = runWithPlugin([](LoadedPlugin& plugin) {
         Host(plugin).ask("trigger", 9, nullptr).send();

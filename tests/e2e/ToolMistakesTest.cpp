@@ -118,6 +118,20 @@ TEST_F(ToolMistakes, EachSaysWhatIsWrongAndWhatToDoWithANonZeroExit)
          1,
          "filter fails"},
         // camsim, roipaint
+        {"camsim/camsim", {"--fault", "vornTrigger"}, "", 2, "no \"=\" between method and kind"},
+        {"camsim/camsim", {"--fault", "vornTriger=slow"}, "", 2, "unknown method \"vornTriger\"; methods: *"},
+        {"camsim/camsim", {"--fault", "vornTrigger=slo"}, "", 2, "unknown kind \"slo\"; kinds: none, error"},
+        {"camsim/camsim", {"--fault", "vornTrigger=code:5x"}, "", 2, "N of \"code\" must be a number"},
+        {"camsim/camsim", {"--fault", "getStatistics=slow"}, "", 2, "\"slow\" needs a value: slow:MS"},
+        {"camsim/camsim", {"--fault", "*=noreply:5"}, "", 2, "\"noreply\" takes no value"},
+        {"camsim/camsim", {"--rois", "4,,0"}, "", 2, "\"\" is not a number of ROIs from 0 to 64"},
+        {"camsim/camsim", {"--rois", "65"}, "", 2, "\"65\" is not a number of ROIs from 0 to 64"},
+        {"camsim/camsim", {"--rois", "1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1"}, "", 2, "at most 16 models"},
+        {"roipaint/roipaint", {"{dir}/missing.json", "{dir}/out.png"}, "", 1, "cannot read"},
+        {"roipaint/roipaint", {"-", "{dir}/out.png"}, "[1, 2]", 1, "- is not a JSON result model"},
+        {"roipaint/roipaint", {"--background", "{dir}/x", "-", "{dir}/o"}, "{}", 1, "read the picture"},
+        {"roipaint/roipaint", {"--size", "0x5", "-", "{dir}/out.png"}, "", 2, "--size is WIDTHxHEIGHT"},
+        {"roipaint/roipaint", {"-"}, "", 2, "too few arguments"},
     };
     for (Mistake const& m : mistakes) {
         std::vector<std::string> const argv = command(m);

@@ -1,7 +1,8 @@
 #!/bin/bash
 # Installs the build into a temporary root, as a package would, and checks that the installed
 # plug-in loads and finds its installed schema; then builds the Debian package and checks that it
-# carries the library, the schema, the tools and the bus policy.
+# carries the library, the schema, the tools with their manual pages and completions, and the bus
+# policy.
 #   install.sh BUILD_DIR SOURCE_DIR
 set -euo pipefail
 build=$1
@@ -22,9 +23,19 @@ lib=$(find "$dest/usr/lib" -name 'libkestrelvorn.so.*' -type f | head -1)
 [ -n "$lib" ] || fail "no libkestrelvorn.so installed under /usr/lib"
 schema="$dest/opt/orv/usr/share/vorn/schema"
 [ -f "$schema/vorn-format.json" ] || fail "schema not installed in the camera's schema folder"
-for tool in vorn-host kslog camsim; do
+tools=(vorn-host kslog camsim roipaint)
+for tool in "${tools[@]}"; do
   [ -x "$dest/usr/bin/$tool" ] || fail "$tool not installed"
+  zcat "$dest/usr/share/man/man1/$tool.1.gz" | grep -q "^\.TH ${tool^^} " || fail "no manual page of $tool"
 done
+# The installed completion offers a tool's subcommands and its options, as bash asks for them.
+complete_words() { # complete_words TOOL WORD...: what the tool's completion offers for the last word
+  bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); "_kv_${1//-/_}"; echo "${COMPREPLY[*]}"' \
+    complete "$dest/usr/share/bash-completion/completions/$1" "$@"
+}
+[ "$(complete_words vorn-host que)" = query ] || fail "vorn-host's completion does not offer query"
+[ "$(complete_words vorn-host query 1 z4_amplitude_png --r)" = --raw ] || fail "no --raw for query"
+[ "$(complete_words camsim --ro)" = --rois ] || fail "camsim's completion does not offer --rois"
 [ -f "$dest/usr/share/dbus-1/system.d/com.orv.lrae.conf" ] || fail "bus policy not installed"
 
 # The installed plug-in, loaded by the installed host stub, validates descriptions against the
@@ -54,10 +65,14 @@ echo "installed plug-in loads and validates against the installed schema"
 deb=$(find "$root/pkg" -maxdepth 1 -name '*.deb' | head -1)
 [ -n "$deb" ] || fail "cpack made no .deb"
 contents=$(dpkg-deb -c "$deb")
-for path in 'usr/lib/(.*/)?libkestrelvorn\.so' 'opt/orv/usr/share/vorn/schema/vorn-format\.json' \
-  'usr/bin/vorn-host' 'usr/bin/kslog' 'usr/share/dbus-1/system.d/com\.orv\.lrae\.conf'; do
+paths=('usr/lib/(.*/)?libkestrelvorn\.so' 'opt/orv/usr/share/vorn/schema/vorn-format\.json'
+  'usr/share/dbus-1/system.d/com\.orv\.lrae\.conf')
+for tool in "${tools[@]}"; do
+  paths+=("usr/bin/$tool" "usr/share/man/man1/$tool\.1\.gz" "usr/share/bash-completion/completions/$tool")
+done
+for path in "${paths[@]}"; do
   # A here-string, not a pipe: grep -q stops reading at the first match, and under pipefail the
   # writer's broken pipe would fail the check on a long listing.
   grep -qE "\./$path" <<<"$contents" || fail "the package lacks $path"
 done
-echo "package $(basename "$deb") carries the library, schema, tools and bus policy"
+echo "package $(basename "$deb") carries the library, schema, tools, manual pages, completions and bus policy"

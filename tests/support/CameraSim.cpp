@@ -77,6 +77,8 @@ CameraSim::CameraSim(CameraSimOptions const& options)
                                      "--apps", std::to_string(options.applications)};
     for (std::string const& fault : options.faults)
         args.insert(args.end(), {"--fault", fault});
+    if (!options.rois.empty())
+        args.insert(args.end(), {"--rois", options.rois});
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe failed");

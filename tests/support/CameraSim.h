@@ -23,6 +23,7 @@ struct CameraSimOptions
     unsigned int ring = 8;
     int applications = 3;
     std::vector<std::string> faults; // "method=kind[:value]", as camsim's --fault takes them
+    std::string rois; // ROIs per model, as camsim's --rois takes them ("4,5,0"); empty: its own
 };
 
 class CameraSim

@@ -19,28 +19,6 @@ constexpr char const* kFailed = "com.orv.Error.Failed";
 constexpr int kOutputMode = 14;
 constexpr int kInputMode = 13;
 
-struct FaultName
-{
-    char const* name;
-    Fault::Kind kind;
-};
-constexpr FaultName kFaultNames[] = {
-    {"none", Fault::None},
-    {"error", Fault::ErrorReply},
-    {"code", Fault::ResultCode},
-    {"extra", Fault::ExtraValue},
-    {"type", Fault::WrongType},
-    {"double", Fault::DoubleValue},
-    {"noreply", Fault::NoReply},
-    {"slow", Fault::Slow},
-    {"baddict", Fault::BadDictionary},
-    {"novariant", Fault::NoVariant},
-    {"noindex", Fault::MissingIndex},
-    {"wideindex", Fault::WideIndex},
-    {"valuetype", Fault::ValueType},
-    {"textcode", Fault::TextCode},
-};
-
 void appendInt(DBusMessageIter* it, int32_t value)
 {
     dbus_message_iter_append_basic(it, DBUS_TYPE_INT32, &value);
@@ -124,28 +102,6 @@ DBusHandlerResult filter(DBusConnection*, DBusMessage* message, void* self)
 }
 
 } // namespace
-
-bool parseFault(std::string const& text, std::string& method, Fault& fault)
-{
-    auto const equals = text.find('=');
-    if (equals == std::string::npos)
-        return false;
-    method = text.substr(0, equals);
-    std::string kind = text.substr(equals + 1);
-    fault = Fault();
-    auto const colon = kind.find(':');
-    if (colon != std::string::npos) {
-        fault.value = std::stoi(kind.substr(colon + 1));
-        kind.resize(colon);
-    }
-    for (FaultName const& name : kFaultNames) {
-        if (kind == name.name) {
-            fault.kind = name.kind;
-            return true;
-        }
-    }
-    return false;
-}
 
 CamDBusServices::CamDBusServices()
 {
@@ -549,13 +505,16 @@ DBusMessage* CamDBusServices::control(DBusMessage* call, std::string const& meth
     if (method == "camsimSetFault") {
         char const* name = nullptr;
         char const* kind = nullptr;
-        std::string parsedMethod;
-        Fault fault;
         if (!dbus_message_get_args(call, nullptr, DBUS_TYPE_STRING, &name, DBUS_TYPE_STRING, &kind,
-                                   DBUS_TYPE_INVALID) ||
-            !parseFault(std::string(name) + "=" + kind, parsedMethod, fault))
+                                   DBUS_TYPE_INVALID))
             return dbus_message_new_error(call, DBUS_ERROR_INVALID_ARGS,
                                           "camsimSetFault(method, kind[:value])");
+        // A wrong fault is refused with the reason; the services go on as they were.
+        std::string parsedMethod;
+        Fault fault;
+        std::string const wrong = FaultCatalog::parse(std::string(name) + "=" + kind, parsedMethod, fault);
+        if (!wrong.empty())
+            return dbus_message_new_error(call, DBUS_ERROR_INVALID_ARGS, wrong.c_str());
         setFault(parsedMethod, fault);
         return dbus_message_new_method_return(call);
     }

@@ -12,39 +12,12 @@
 #include <thread>
 #include <vector>
 
+#include "FaultCatalog.h"
+
 struct DBusConnection;
 struct DBusMessage;
 
 namespace camsim {
-
-// How one method misbehaves. Set per method name ("vornTrigger", "getApplicationList", ...), or for
-// every method with "*".
-struct Fault
-{
-    enum Kind
-    {
-        None,
-        ErrorReply,    // a D-Bus error reply "com.orv.Error.Failed"
-        ResultCode,    // result code `value` with the text "simulated failure" (trigger: the value alone)
-        ExtraValue,    // one int32 more than the method answers
-        WrongType,     // the text after the result code is an int32 (trigger: a text instead of the int32)
-        DoubleValue,   // a double appended, a type the plug-in does not take
-        NoReply,       // never answered: the caller runs into its time-out
-        Slow,          // answered after `value` milliseconds
-        BadDictionary, // dictionaries with int32 keys
-        NoVariant,     // dictionary values that are plain texts instead of variants
-        MissingIndex,  // applications without "Index"
-        WideIndex,     // "Index" as a 64-bit integer with bits set above the low 32
-        ValueType,     // the value after the result has the wrong type: an int32 for a text, and back
-        TextCode,      // the result code sent as a text
-    };
-    Kind kind = None;
-    int value = 0;
-};
-
-// Parses "method=kind[:value]", e.g. "vornTrigger=code:5", "getStatistics=slow:2000". False on an
-// unknown kind.
-bool parseFault(std::string const& text, std::string& method, Fault& fault);
 
 struct Pin
 {

@@ -47,7 +47,7 @@ uint64_t nowUs()
 } // namespace
 
 FrameProducer::FrameProducer(FrameProducerOptions const& options)
-    : m_options(options), m_scene(options.width, options.height),
+    : m_options(options), m_scene(options.width, options.height), m_layout(options.roisPerModel),
       m_publisher(new orv::resultsync::FramePublisher(options.ringSize)), m_runDir(orv::Paths::imagerRunDir())
 {
     std::string why;
@@ -76,7 +76,7 @@ uint32_t FrameProducer::produce()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     uint32_t const id = m_nextId++;
-    ResultDocument const document(m_scene, id);
+    ResultDocument const document(m_scene, m_layout, id);
     // Hash and masks first: a client that sees the frame finds everything else of the result.
     if (!storeResult(id, document.modelJson()))
         return 0;
@@ -119,7 +119,7 @@ bool FrameProducer::storeResult(uint32_t id, std::string const& model)
         fprintf(stderr, "camsim: result %u not published: %s\n", id, why.c_str());
         return false;
     }
-    ResultDocument const document(m_scene, id);
+    ResultDocument const document(m_scene, m_layout, id);
     std::string const key = orv::ResultKeys::RedisResultPrefix + std::to_string(id);
     std::vector<std::string> args = {"HSET",
                                      key,
@@ -162,7 +162,7 @@ void FrameProducer::writeRoiMasks(uint32_t id)
         fprintf(stderr, "camsim: cannot create %s: %s\n", dir.c_str(), strerror(errno));
         return;
     }
-    for (RoiMask const& mask : ResultDocument(m_scene, id).masks()) {
+    for (RoiMask const& mask : ResultDocument(m_scene, m_layout, id).masks()) {
         std::string const path = dir + "/" + orv::ResultKeys::RoiMaskPrefix + std::to_string(mask.modelId);
         if (!writeFile(path, mask.pixels))
             fprintf(stderr, "camsim: cannot write %s: %s\n", path.c_str(), strerror(errno));
@@ -175,8 +175,8 @@ void FrameProducer::forget(uint32_t id)
     if (m_redis != nullptr && m_redis->err == 0)
         freeReplyObject(redisCommand(m_redis, "DEL %s", key.c_str()));
     std::string const dir = m_runDir + "/" + std::to_string(id);
-    for (RoiMask const& mask : ResultDocument(m_scene, id).masks())
-        unlink((dir + "/" + orv::ResultKeys::RoiMaskPrefix + std::to_string(mask.modelId)).c_str());
+    for (int model = 1; model <= m_layout.modelCount(); ++model)
+        unlink((dir + "/" + orv::ResultKeys::RoiMaskPrefix + std::to_string(model)).c_str());
     rmdir(dir.c_str());
 }
 

@@ -11,7 +11,9 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "RoiLayout.h"
 #include "SyntheticScene.h"
 
 struct redisContext;
@@ -29,6 +31,7 @@ struct FrameProducerOptions
     unsigned int width = 176;
     unsigned int height = 132;
     unsigned int ringSize = 8; // frames kept in the frame directory
+    std::vector<int> roisPerModel = {4, 5};
 };
 
 class FrameProducer
@@ -60,6 +63,7 @@ private:
 
     FrameProducerOptions m_options;
     SyntheticScene m_scene;
+    RoiLayout m_layout;
     std::unique_ptr<orv::resultsync::FramePublisher> m_publisher;
     std::string m_runDir;
 

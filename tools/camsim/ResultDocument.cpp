@@ -1,82 +1,11 @@
 #include "ResultDocument.h"
 
-#include <cmath>
-
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QPointF>
-#include <QVector>
 
 namespace camsim {
 namespace {
-
-struct Roi
-{
-    int id;
-    QString type; // "Rect", "Ellipse", "Poly", "Hexagon", "Circle", "HoneycombShorter"
-    double cx, cy, width, height, angle;
-    QVector<QPointF> points; // Poly only
-    double distanceMm;
-};
-
-struct Model
-{
-    int id;
-    QVector<Roi> rois;
-};
-
-bool inside(Roi const& roi, double x, double y)
-{
-    // In the ROI's own frame: a positive angle turns a shape clockwise on the image.
-    double const t = roi.angle * M_PI / 180.0;
-    double const dx = (x - roi.cx) * std::cos(t) + (y - roi.cy) * std::sin(t);
-    double const dy = -(x - roi.cx) * std::sin(t) + (y - roi.cy) * std::cos(t);
-    if (roi.type == "Rect")
-        return std::fabs(dx) <= roi.width / 2 && std::fabs(dy) <= roi.height / 2;
-    if (roi.type == "Ellipse")
-        return std::pow(dx / (roi.width / 2), 2) + std::pow(dy / (roi.height / 2), 2) <= 1.0;
-    // The hexagon kinds are close enough to their inscribed ellipse for a mask.
-    if (roi.type == "Hexagon" || roi.type == "Circle")
-        return dx * dx + dy * dy <= std::pow(roi.width / 2, 2);
-    if (roi.type.startsWith("Honeycomb"))
-        return std::pow(dx / (roi.width / 2), 2) + std::pow(dy / (roi.height / 2), 2) <= 1.0;
-    bool in = false;
-    for (int i = 0, j = roi.points.size() - 1; i < roi.points.size(); j = i++) {
-        QPointF const a = roi.points[i], b = roi.points[j];
-        if ((a.y() > y) != (b.y() > y) && x < (b.x() - a.x()) * (y - a.y()) / (b.y() - a.y()) + a.x())
-            in = !in;
-    }
-    return in;
-}
-
-QVector<Model> models(SyntheticScene const& scene, BoxPosition const& box)
-{
-    double const w = scene.width(), h = scene.height();
-    Roi onBox{1,
-              "Rect",
-              box.left + box.width / 2.0,
-              box.top + box.height / 2.0,
-              double(box.width),
-              double(box.height),
-              0,
-              {},
-              1200};
-    Roi wall{2, "Ellipse", w * 0.15, h * 0.75, w * 0.16, h * 0.2, 0, {}, 2000};
-    Roi corner{3, "Hexagon", w * 0.85, h * 0.2, w * 0.12, w * 0.12, 30, {}, 2000};
-    Roi floor{10,      "Poly",
-              w * 0.8, h * 0.8,
-              w * 0.2, h * 0.2,
-              0,       {QPointF(w * 0.7, h * 0.9), QPointF(w * 0.9, h * 0.9), QPointF(w * 0.8, h * 0.7)},
-              2000};
-    Roi centre{1, "Rect", w / 2, h / 2, w * 0.3, h * 0.3, 0, {}, 1600};
-    // One of each further kind, some turned, so the amplitude picture shows them all.
-    Roi turned{2, "Rect", w * 0.22, h * 0.2, w * 0.14, h * 0.1, 25, {}, 2000};
-    Roi disc{3, "Circle", w * 0.78, h * 0.5, w * 0.12, w * 0.12, 0, {}, 2000};
-    Roi cell{4, "HoneycombShorter", w * 0.15, h * 0.45, w * 0.1, h * 0.16, 0, {}, 2000};
-    Roi oval{5, "Ellipse", w * 0.5, h * 0.85, w * 0.18, h * 0.1, -20, {}, 2000};
-    return {Model{1, {onBox, wall, corner, floor}}, Model{2, {centre, turned, disc, cell, oval}}};
-}
 
 QJsonObject roiJson(Roi const& roi, int index)
 {
@@ -94,6 +23,8 @@ QJsonObject roiJson(Roi const& roi, int index)
             points.append(QJsonObject{{"x", p.x()}, {"y", p.y()}});
         o["points"] = points;
     }
+    if (roi.type == "Regular")
+        o["points"] = roi.corners;
     o["boundingBox"] = QJsonObject{{"x", roi.cx - roi.width / 2},
                                    {"y", roi.cy - roi.height / 2},
                                    {"width", roi.width},
@@ -110,8 +41,8 @@ QJsonObject timing(double mean)
 
 } // namespace
 
-ResultDocument::ResultDocument(SyntheticScene const& scene, uint32_t id)
-    : m_scene(scene), m_id(id), m_box(scene.box(id))
+ResultDocument::ResultDocument(SyntheticScene const& scene, RoiLayout const& layout, uint32_t id)
+    : m_scene(scene), m_layout(layout), m_id(id), m_box(scene.box(id))
 {}
 
 std::string ResultDocument::modelJson() const
@@ -119,12 +50,12 @@ std::string ResultDocument::modelJson() const
     QJsonObject root;
     root["ApplicationIndex"] = 1;
     bool passed = true;
-    for (Model const& model : models(m_scene, m_box)) {
+    for (Model const& model : m_layout.models(m_scene, m_box)) {
         QJsonObject rois;
         for (int i = 0; i < model.rois.size(); ++i)
             rois[QString::number(model.rois[i].id)] = roiJson(model.rois[i], int(m_id % 7));
         // Every fifth result has one ROI under its switch point, so the counters change.
-        int const under = (model.id == 1 && m_id % 5 == 0) ? 1 : 0;
+        int const under = (model.id == 1 && !model.rois.isEmpty() && m_id % 5 == 0) ? 1 : 0;
         passed = passed && under == 0;
         QJsonObject o{{"id", model.id},  {"ROIs", rois},         {"numGood", model.rois.size() - under},
                       {"numInvalid", 0}, {"numUnderSP1", under}, {"numOverSP2", 0}};
@@ -163,12 +94,12 @@ std::vector<RoiMask> ResultDocument::masks() const
 {
     std::vector<RoiMask> out;
     unsigned int const w = m_scene.width(), h = m_scene.height();
-    for (Model const& model : models(m_scene, m_box)) {
+    for (Model const& model : m_layout.models(m_scene, m_box)) {
         RoiMask mask{model.id, std::vector<unsigned char>(size_t(w) * h, 0)};
         for (unsigned int y = 0; y < h; ++y)
             for (unsigned int x = 0; x < w; ++x)
                 for (Roi const& roi : model.rois)
-                    if (inside(roi, x + 0.5, y + 0.5)) {
+                    if (RoiLayout::inside(roi, x + 0.5, y + 0.5)) {
                         mask.pixels[size_t(y) * w + x] = static_cast<unsigned char>(roi.id);
                         break;
                     }

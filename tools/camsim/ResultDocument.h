@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "RoiLayout.h"
 #include "SyntheticScene.h"
 
 namespace camsim {
@@ -19,10 +20,10 @@ struct RoiMask
 class ResultDocument
 {
 public:
-    ResultDocument(SyntheticScene const& scene, uint32_t id);
+    ResultDocument(SyntheticScene const& scene, RoiLayout const& layout, uint32_t id);
 
-    // "ModelResult": application index, models "model_001" and "model_002" with their ROIs of every
-    // kind, "ll_results" and "adv_statistics".
+    // "ModelResult": application index, the layout's models "model_001", "model_002", ... with their
+    // ROIs, "ll_results" and "adv_statistics".
     std::string modelJson() const;
     std::string diagnosticJson() const;
     std::vector<RoiMask> masks() const;
@@ -34,6 +35,7 @@ public:
 
 private:
     SyntheticScene const& m_scene;
+    RoiLayout const& m_layout;
     uint32_t m_id;
     BoxPosition m_box;
 };

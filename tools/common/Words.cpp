@@ -39,20 +39,28 @@ bool Words::flag(std::string const& name, std::string const& alias)
 
 std::optional<std::string> Words::option(std::string const& name, std::string const& alias)
 {
-    std::optional<std::string> value;
+    std::vector<std::string> const values = options(name, alias);
+    if (values.empty())
+        return std::nullopt;
+    return values.back();
+}
+
+std::vector<std::string> Words::options(std::string const& name, std::string const& alias)
+{
+    std::vector<std::string> values;
     for (size_t i = 0; i < optionEnd();) {
         std::string const& word = m_words[i];
         size_t taken = 0;
         if (word == name || (!alias.empty() && word == alias)) {
             if (i + 1 >= optionEnd())
                 throw UsageError(word + " needs a value");
-            value = m_words[i + 1];
+            values.push_back(m_words[i + 1]);
             taken = 2;
         } else if (word.rfind(name + "=", 0) == 0) {
-            value = word.substr(name.size() + 1);
+            values.push_back(word.substr(name.size() + 1));
             taken = 1;
         } else if (alias.size() == 2 && word.size() > 2 && word.rfind(alias, 0) == 0) {
-            value = word.substr(2);
+            values.push_back(word.substr(2));
             taken = 1;
         }
         if (taken == 0)
@@ -60,7 +68,7 @@ std::optional<std::string> Words::option(std::string const& name, std::string co
         else
             m_words.erase(m_words.begin() + long(i), m_words.begin() + long(i + taken));
     }
-    return value;
+    return values;
 }
 
 long long Words::toNumber(std::string const& text, std::string const& what, long long low, long long high,

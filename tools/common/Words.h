@@ -31,6 +31,8 @@ public:
     bool flag(std::string const& name, std::string const& alias = "");
     // "--name VALUE", "--name=VALUE", "-x VALUE" or "-xVALUE"; the last one given counts.
     std::optional<std::string> option(std::string const& name, std::string const& alias = "");
+    // Every value of an option that may be given more than once, in the order given.
+    std::vector<std::string> options(std::string const& name, std::string const& alias = "");
     // An option's value as a number from low to high (decimal, or 0x.. hexadecimal; a leading zero
     // is not octal). `why`, when given, follows the range in the error: what the range stands for.
     std::optional<long long> number(std::string const& name, long long low, long long high,

@@ -1,12 +1,16 @@
 // roipaint: outlines the ROIs of a result model on a picture (the camera's amplitude PNG or a plain
-// canvas) exactly as the plug-in does for the amplitude picture, and writes the result as PNG.
+// canvas) with the plug-in's own shapes, each in the colour of its state and labelled with its id,
+// and writes the result as PNG.
 #include <cstdio>
-#include <cstring>
 #include <string>
+#include <vector>
 
 #include <QFile>
 #include <QImage>
 
+#include "PixelDigits.h"
+#include "StateColours.h"
+#include "Words.h"
 #include "roi/RoiSyncer_RX7100.h"
 
 namespace {
@@ -21,45 +25,53 @@ struct Options
     int scale = 1;
 };
 
-int usage(int status)
+void printHelp()
 {
-    std::fprintf(
-        status == 0 ? stdout : stderr,
-        "usage: roipaint [--background PNG] [--size WxH] [--scale N] MODEL.json OUT.png\n"
-        "  MODEL.json  result model text with \"model_...\" entries and their \"ROIs\" (- reads stdin)\n"
-        "  --background PNG  draw onto this picture instead of a dark canvas\n"
-        "  --size WxH  canvas size without a background (default 176x132)\n"
-        "  --scale N   enlarge the result N times, pixel by pixel, to inspect outlines\n");
-    return status;
+    printf("usage: roipaint [OPTIONS] MODEL.json OUT.png\n\n"
+           "Outlines the ROIs of a result model with the plug-in's own shapes, each in the colour of\n"
+           "its state and labelled with its id at its top-left corner, on the camera's amplitude\n"
+           "picture or on a dark canvas, and writes the result as PNG. MODEL.json is the result model\n"
+           "text with its \"model_...\" entries (- reads standard input), as `vorn-host query ID\n"
+           "json_model --out MODEL.json` writes it.\n\n"
+           "options:\n");
+    std::pair<char const*, char const*> const options[] = {
+        {"--background PNG", "draw onto this picture instead of a dark canvas"},
+        {"--size WxH", "canvas size without a background (default 176x132)"},
+        {"--scale N", "enlarge the result N times (1 to 16), pixel by pixel, to inspect outlines"},
+        {"--help", "this help"},
+        {"--version", "the version of this tool"},
+    };
+    for (auto const& [spelling, help] : options)
+        printf("  %-18s %s\n", spelling, help);
+    printf("\ncolours:\n");
+    for (StateColours::Key const& key : StateColours::key())
+        printf("  %-18s %s\n", key.colour, key.meaning);
+    printf("\nexample:\n  roipaint --background amplitude.png --scale 4 model.json rois.png\n");
 }
 
-bool parse(int argc, char** argv, Options& options)
+Options parse(cli::Words& words)
 {
-    QStringList positional;
-    for (int i = 1; i < argc; ++i) {
-        QString const arg = QString::fromLocal8Bit(argv[i]);
-        bool const hasValue = i + 1 < argc;
-        if (arg == "--background" && hasValue) {
-            options.background = QString::fromLocal8Bit(argv[++i]);
-        } else if (arg == "--size" && hasValue) {
-            QStringList const parts = QString::fromLocal8Bit(argv[++i]).split('x');
-            if (parts.size() != 2)
-                return false;
-            options.width = parts[0].toInt();
-            options.height = parts[1].toInt();
-        } else if (arg == "--scale" && hasValue) {
-            options.scale = QString::fromLocal8Bit(argv[++i]).toInt();
-        } else if (arg.startsWith("--")) {
-            return false;
-        } else {
-            positional << arg;
+    Options options;
+    if (auto background = words.option("--background"))
+        options.background = QString::fromLocal8Bit(background->c_str());
+    if (auto size = words.option("--size")) {
+        QStringList const parts = QString::fromLocal8Bit(size->c_str()).split('x');
+        bool wide = false, high = false;
+        if (parts.size() == 2) {
+            options.width = parts[0].toInt(&wide);
+            options.height = parts[1].toInt(&high);
         }
+        if (!wide || !high || options.width <= 0 || options.height <= 0 || options.width > 8192 ||
+            options.height > 8192)
+            throw cli::UsageError("--size is WIDTHxHEIGHT from 1x1 to 8192x8192, e.g. 176x132, not \"" +
+                                  *size + "\"");
     }
-    if (positional.size() != 2 || options.width <= 0 || options.height <= 0 || options.scale <= 0)
-        return false;
-    options.model = positional[0];
-    options.output = positional[1];
-    return true;
+    if (auto scale = words.number("--scale", 1, 16))
+        options.scale = static_cast<int>(*scale);
+    words.expectCount(2, 2);
+    options.model = QString::fromLocal8Bit(words.at(0, "MODEL.json").c_str());
+    options.output = QString::fromLocal8Bit(words.at(1, "OUT.png").c_str());
+    return options;
 }
 
 bool readModel(QString const& name, QByteArray& text)
@@ -73,44 +85,74 @@ bool readModel(QString const& name, QByteArray& text)
     return true;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+// Each label sits just inside its ROI's top-left corner, and inside the picture.
+void label(QImage& image, orv::RoiElements const& rois)
 {
-    if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0))
-        return usage(0);
-    Options options;
-    if (!parse(argc, argv, options))
-        return usage(2);
+    for (orv::RoiElements::Element const& element : rois.elements()) {
+        QSize const size = PixelDigits::size(element.id);
+        QPoint at = element.shape.boundingRect().topLeft().toPoint() + QPoint(1, 1);
+        at.setX(qBound(0, at.x(), image.width() - size.width()));
+        at.setY(qBound(0, at.y(), image.height() - size.height()));
+        PixelDigits::draw(image, at, element.id, StateColours::of(element.state));
+    }
+}
 
+int paint(Options const& options)
+{
     QByteArray model;
     if (!readModel(options.model, model)) {
-        std::fprintf(stderr, "roipaint: cannot read %s\n", qPrintable(options.model));
+        fprintf(stderr, "roipaint: cannot read %s\n", qPrintable(options.model));
         return 1;
     }
     orv::RoiSyncer_RX7100 syncer;
     if (!syncer.loadFromJson(model)) {
-        std::fprintf(stderr, "roipaint: %s is not a JSON result model\n", qPrintable(options.model));
+        fprintf(stderr, "roipaint: %s is not a JSON result model\n", qPrintable(options.model));
         return 1;
     }
 
     QImage image;
     if (!options.background.isEmpty()) {
         if (!image.load(options.background)) {
-            std::fprintf(stderr, "roipaint: cannot read the picture %s\n", qPrintable(options.background));
+            fprintf(stderr, "roipaint: cannot read the picture %s\n", qPrintable(options.background));
             return 1;
         }
     } else {
         image = QImage(options.width, options.height, QImage::Format_RGB32);
         image.fill(qRgb(24, 24, 24));
     }
-    syncer.paintRois(image);
+    // Coloured outlines and labels need a picture with colours.
+    image = image.convertToFormat(QImage::Format_RGB32);
+    syncer.paintRois(image, [](orv::RoiElements::Element const& roi) { return StateColours::of(roi.state); });
+    label(image, syncer.rois());
     if (options.scale > 1)
         image = image.scaled(image.width() * options.scale, image.height() * options.scale);
     if (!image.save(options.output, "PNG")) {
-        std::fprintf(stderr, "roipaint: cannot write %s\n", qPrintable(options.output));
+        fprintf(stderr, "roipaint: cannot write %s\n", qPrintable(options.output));
         return 1;
     }
-    std::printf("%d ROIs drawn, %d skipped\n", syncer.rois().elements().size(), syncer.rois().skipped());
+    printf("%d ROIs drawn, %d skipped\n", syncer.rois().elements().size(), syncer.rois().skipped());
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    cli::Words words(std::vector<std::string>(argv + 1, argv + argc));
+    if (words.flag("--version")) {
+        printf("roipaint %s\n", KV_VERSION);
+        return 0;
+    }
+    if (words.flag("--help", "-h")) {
+        printHelp();
+        return 0;
+    }
+    Options options;
+    try {
+        options = parse(words);
+    } catch (cli::UsageError const& e) {
+        fprintf(stderr, "roipaint: %s ('roipaint --help' lists the options)\n", e.what());
+        return 2;
+    }
+    return paint(options);
 }

@@ -12,6 +12,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include "core/CommandId.h"
 #include "core/Paths.h"
 #include "core/VornStatus.h"
 
@@ -76,13 +77,60 @@ Plugin::~Plugin()
         dlclose(m_library);
 }
 
+namespace {
+
+struct Waiting
+{
+    int32_t id;
+    char const* name;
+    bool overBus; // answered by a device service, whose silence the bus waits out
+};
+constexpr Waiting kWaiting[] = {
+    {orv::CommandId::QueryResultData, "query", false},
+    {orv::CommandId::AcquireResultId, "acquire", false},
+    {orv::CommandId::FreeResultId, "free", false},
+    {orv::CommandId::AsyncTrigger, "trigger", true},
+    {orv::CommandId::SyncTrigger, "the synchronous trigger", true},
+    {orv::CommandId::SetIO, "set-io", true},
+    {orv::CommandId::GetIO, "get-io", true},
+    {orv::CommandId::GetApplicationList, "apps", true},
+    {orv::CommandId::SetApplication, "set-app", true},
+    {orv::CommandId::QueryDeviceInfo, "device-info", true},
+    {orv::CommandId::QueryStatisticInfo, "stats", true},
+    {orv::CommandId::FormatResults, "format", false},
+    {orv::CommandId::ValidateFormat, "validate", false},
+};
+
+std::string waitingNotice(int id)
+{
+    for (Waiting const& request : kWaiting) {
+        if (request.id == id && request.overBus)
+            return std::string("vorn-host: waiting for the camera's answer to ") + request.name +
+                   " (the bus gives up after 25 s)...";
+        if (request.id == id)
+            return std::string("vorn-host: waiting for the plug-in's answer to ") + request.name + "...";
+    }
+    return "vorn-host: waiting for the plug-in's answer to request " + std::to_string(id) + "...";
+}
+
+// Acquire itself waits up to a second for the result's frame: only a wait beyond that is news.
+std::chrono::milliseconds patienceFor(int id)
+{
+    return std::chrono::milliseconds(id == orv::CommandId::AcquireResultId ? 2000 : 1000);
+}
+
+} // namespace
+
 Reply Plugin::call(int id, void const* payload)
 {
     DataBlock request;
     memset(&request, 0, sizeof request);
     request.command = id;
     request.data = static_cast<unsigned char*>(const_cast<void*>(payload));
-    return Reply(m_handleCall(m_handle, &request));
+    m_watch.open(waitingNotice(id), patienceFor(id));
+    DataBlock* const reply = m_handleCall(m_handle, &request);
+    m_watch.close();
+    return Reply(reply);
 }
 
 void Output::field(QString const& name, QJsonValue const& value)

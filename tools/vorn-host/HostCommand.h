@@ -16,6 +16,7 @@
 #include <QString>
 #include <QStringList>
 
+#include "AnswerWatch.h"
 #include "Words.h"
 #include "core/DataBlock.h"
 
@@ -61,7 +62,8 @@ public:
     Plugin(Plugin const&) = delete;
     Plugin& operator=(Plugin const&) = delete;
 
-    // Sends one request the way the host does: a zeroed block with the id and the payload.
+    // Sends one request the way the host does: a zeroed block with the id and the payload. A request
+    // still unanswered after a second says on standard error what it waits for.
     Reply call(int id, void const* payload);
     std::string const& path() const { return m_path; }
 
@@ -70,6 +72,7 @@ private:
     void* m_library = nullptr;
     void* m_handle = nullptr;
     DataBlock* (*m_handleCall)(void*, DataBlock*) = nullptr;
+    AnswerWatch m_watch;
 };
 
 // Named fields of one reply, printed as "name: value" lines or as one JSON object (--json).

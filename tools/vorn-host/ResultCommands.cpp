@@ -3,6 +3,8 @@
 //   printf 'acquire\nquery 1 distance_image --out distance.bin\nfree 1\n' | vorn-host session
 #include <cstdio>
 #include <cstring>
+#include <strings.h>
+#include <utility>
 
 #include <QString>
 
@@ -72,9 +74,37 @@ void describeData(Output& out, unsigned char const* data, uint32_t size, int32_t
                                             static_cast<int>(size - sizeof header)));
 }
 
+bool namedLike(std::string const& file, std::string const& suffix)
+{
+    return file.size() >= suffix.size() &&
+           strcasecmp(file.c_str() + file.size() - suffix.size(), suffix.c_str()) == 0;
+}
+
+// What --out writes: the chunk as the plug-in answered it, or, for a FILE named *.png or *.json,
+// the picture or text after the chunk header alone, so that viewers and editors open it as it is.
+// A name that promises what the data is not is refused rather than written misleadingly.
+std::pair<unsigned char const*, size_t> outputBytes(std::string const& file, bool raw, std::string const& key,
+                                                    unsigned char const* data, size_t size, int32_t type)
+{
+    bool const png = namedLike(file, ".png"), json = namedLike(file, ".json");
+    if (raw || (!png && !json))
+        return {data, size};
+    size_t const header = sizeof(orv::ChunkHeader);
+    static unsigned char const signature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+    bool const isPng =
+        size >= header + sizeof signature && memcmp(data + header, signature, sizeof signature) == 0;
+    bool const isJson = size >= header && type == orv::VORN_DATA_JSON;
+    if ((png && isPng) || (json && isJson))
+        return {data + header, size - header};
+    throw cli::Failure(key + " holds no " + (png ? "PNG picture" : "JSON text") + " to write to " + file +
+                           ": name the file otherwise, or add --raw to write the chunk as it came",
+                       1);
+}
+
 int runQuery(Plugin& plugin, Output& out, Args& args)
 {
     std::optional<std::string> const file = args.option("--out");
+    bool const raw = args.flag("--raw");
     args.expectCount(2, 2);
     std::string const id = args.at(0, "RESULT_ID");
     std::string const key = args.at(1, "KEY");
@@ -98,8 +128,9 @@ int runQuery(Plugin& plugin, Output& out, Args& args)
     auto const* data = static_cast<unsigned char const*>(record.data);
     describeData(out, data, record.size, record.type);
     if (file && data != nullptr) {
+        auto const [bytes, count] = outputBytes(*file, raw, key, data, record.size, record.type);
         FILE* f = fopen(file->c_str(), "wb");
-        bool const written = f != nullptr && fwrite(data, 1, record.size, f) == record.size;
+        bool const written = f != nullptr && fwrite(bytes, 1, count, f) == count;
         if (f != nullptr)
             fclose(f);
         if (!written) {
@@ -126,8 +157,11 @@ bool const acquireRegistered =
 bool const queryRegistered = registerCommand(
     {"query",
      "data of the acquired result by key (frame data, json_model, json_diagnostic, z4_amplitude_png)",
-     "query RESULT_ID KEY [--out FILE]",
-     "printf 'acquire 1\\nquery 1 z4_amplitude_png --out amplitude.chunk\\n' | vorn-host session", runQuery});
+     "query RESULT_ID KEY [--out FILE] [--raw]\n\n"
+     "--out FILE writes the data as the plug-in answered it: a chunk, the 48-byte chunk header and\n"
+     "then the payload. A FILE named *.png (z4_amplitude_png) or *.json (json_model, json_diagnostic)\n"
+     "gets the picture or text alone, ready to open; --raw keeps the chunk whatever the name.",
+     "printf 'acquire 1\\nquery 1 z4_amplitude_png --out amplitude.png\\n' | vorn-host session", runQuery});
 bool const freeRegistered = registerCommand(
     {"free", "give back everything held for a result id", "free RESULT_ID", "vorn-host free 1", runFree});
 

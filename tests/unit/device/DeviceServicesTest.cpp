@@ -58,7 +58,7 @@ protected:
     void start(std::vector<std::string> const& faults = {}, int applications = 3)
     {
         ScopedEnv plain("LD_PRELOAD", "");
-        camera = std::make_unique<CameraSim>(CameraSimOptions{0, "176x132", 8, applications, faults});
+        camera = std::make_unique<CameraSim>(CameraSimOptions{0, "176x132", 8, applications, faults, ""});
     }
     MirelDBusConnector& connector() { return deviceBus.services->connector; }
     std::vector<std::string> log() { return deviceBus.services->redis.cache().logMessages(); }

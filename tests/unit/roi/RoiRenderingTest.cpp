@@ -78,19 +78,19 @@ TEST(RoiRendering, DrawsEachKindAsAOnePixelOutlineWhereItsGeometryPutsIt)
     expectOutline("HoneycombLeft", 40, 90, {{0.5, -0.5}, {0.5, 0.5}, {-0.5, 0.25}, {-0.5, -0.25}});
 }
 
-TEST(RoiElements, ReadsEveryModelsRoisInNumericOrderWithUpdatesAndSkipsWhatCannotBeDrawn)
+TEST(RoiElements, ReadsEveryModelsRoisAndStatesInNumericOrderWithUpdatesAndSkipsWhatCannotBeDrawn)
 {
     orv::RoiElements rois;
     ASSERT_TRUE(rois.load(R"({"model_002": {"ROIs": [{"type": "Circle"}, {"id": 5, "type": "Ellipse"}]},
-        "model_001": {"ROIs": {"10": {}, "9": {"type": "Triangle"}, "4": {"type": "Regular", "points": 2}, "6": {"type": "Regular", "points": 2000000000},
-        "3": {"type": "Poly", "points": []}, "2": {"type": "Poly", "points": [{"x": "1.5"}, {"y": 4}]}},
-        "ROIsUpdated": {"ROIs": [{"id": 10, "type": "Square"}, {"id": 77, "type": "Hexagon"}]}},
+        "model_001": {"ROIs": {"10": {"state": "good"}, "9": {"type": "Triangle"}, "4": {"type": "Regular", "points": 2}, "6": {"type": "Regular", "points": 2000000000},
+        "3": {"type": "Poly", "points": []}, "2": {"type": "Poly", "state": "good", "points": [{"x": "1.5"}, {"y": 4}]}},
+        "ROIsUpdated": {"ROIs": [{"id": 10, "type": "Square", "state": "bad"}, {"id": 77, "type": "Hexagon"}]}},
         "notamodel": {"ROIs": {"1": {"type": "Rect"}}}})"));
     QStringList seen;
     for (orv::RoiElements::Element const& element : rois.elements())
-        seen << element.model + "/" + QString::number(element.id) + "/" + element.type;
-    EXPECT_EQ(seen, QStringList({"model_001/2/Poly", "model_001/10/Square", "model_001/77/Hexagon",
-                                 "model_002/0/Circle", "model_002/5/Ellipse"}));
+        seen << element.model + "/" + QString::number(element.id) + "/" + element.type + "/" + element.state;
+    EXPECT_EQ(seen, QStringList({"model_001/2/Poly/good", "model_001/10/Square/bad", "model_001/77/Hexagon/",
+                                 "model_002/0/Circle/", "model_002/5/Ellipse/"}));
     EXPECT_EQ(rois.skipped(), 4);
     EXPECT_EQ(rois.elements()[0].shape.data(orv::RoiShapeModel::PolygonRole).value<QPolygonF>(),
               (QVector<QPointF>{{1.5, 0}, {0, 4}}));
