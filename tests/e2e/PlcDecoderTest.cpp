@@ -77,7 +77,7 @@ protected:
     TempDir m_dir{"kv-decoder"};
     RedisEnvironment m_redis;
     DBusDaemon m_bus;
-    CameraSim m_camera{{0, "176x132", 8, 3, {}}};
+    CameraSim m_camera{{0, "176x132", 8, 3, {}, {}}};
 };
 
 TEST_F(PlcDecoder, ReadsRealAnswersWithListsOfEveryLengthInBothByteOrdersAndNamesEachBrokenAnswer)
