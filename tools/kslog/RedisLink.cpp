@@ -1,5 +1,7 @@
 #include "RedisLink.h"
 
+#include <sys/socket.h>
+
 namespace kslog {
 
 RedisLink::RedisLink(std::string const& socket) : m_context(redisConnectUnix(socket.c_str())) {}
@@ -40,6 +42,13 @@ RedisLink::Reply RedisLink::next()
     if (!ok() || redisGetReply(m_context, &reply) != REDIS_OK)
         return nullptr;
     return Reply(static_cast<redisReply*>(reply));
+}
+
+void RedisLink::interrupt()
+{
+    // Only the socket is shut: the context stays the reading thread's, which sees the end and stops.
+    if (m_context != nullptr && m_context->fd >= 0)
+        shutdown(m_context->fd, SHUT_RDWR);
 }
 
 } // namespace kslog

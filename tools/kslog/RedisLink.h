@@ -33,6 +33,8 @@ public:
     Reply command(std::vector<std::string> const& args);
     // The next reply the server sends unasked (a subscribed connection); null when it ended.
     Reply next();
+    // Ends the connection from another thread, so that a next() waiting in it returns null.
+    void interrupt();
 
 private:
     redisContext* m_context;

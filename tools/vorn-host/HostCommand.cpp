@@ -201,6 +201,14 @@ void Output::print(bool compact) const
         fprintf(stdout, "%s\n", line.toUtf8().constData());
 }
 
+QJsonObject Output::object() const
+{
+    QJsonObject object = m_fields;
+    if (!m_notes.isEmpty())
+        object.insert("notes", QJsonArray::fromStringList(m_notes));
+    return object;
+}
+
 std::vector<Command>& registry()
 {
     static std::vector<Command> all; // constructed on first use: registration runs at static init

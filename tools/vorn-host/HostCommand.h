@@ -89,6 +89,9 @@ public:
     void print(bool compact = false) const;
     bool json() const { return m_json; }
     QJsonValue value(QString const& name) const { return m_fields.value(name); }
+    // The fields as one object, with the notes under "notes" when there are any (the workbench's
+    // answers).
+    QJsonObject object() const;
 
 private:
     bool m_json;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "HostCommand.h"
+#include "ServeCommand.h"
 #include "ToolMain.h"
 #include "core/Paths.h"
 
@@ -153,6 +154,9 @@ int main(int argc, char** argv)
          "result id of the last acquire.\n",
          "printf 'acquire\\nquery {id} distance_image\\nfree {id}\\n' | vorn-host --json session",
          [&tool, &host](Args& args) { return runSession(tool, host, args); }});
+    tool.addCommand({"serve", "a local web page that shows the camera live and shapes its output", ServeUsage,
+                     ServeHelp, "vorn-host serve --listen 127.0.0.1:0",
+                     [&host](Args& args) { return serve(host.pluginPath, args); }});
     tool.addOption("-v, --verbose", "show the plug-in's notes (the formatter's option notes among them)");
     return tool.main(argc, argv, [&host](Args& words) {
         host.json = words.flag("--json");

@@ -1,0 +1,167 @@
+#include "LiveFeed.h"
+
+#include <cstring>
+
+#include <QJsonDocument>
+
+#include "core/ChunkHeader.h"
+#include "core/CommandId.h"
+#include "core/VornStatus.h"
+#include "results/VORNResultRecords.h"
+#include "resultsync/FrameClient.h"
+
+namespace vornhost {
+
+namespace {
+
+constexpr std::chrono::seconds RateWindow{3};
+
+bool succeeded(Reply const& reply)
+{
+    return !reply.empty() && reply.status() == orv::VornStatus::Success;
+}
+
+// The data of one key of the acquired result, copied out of the plug-in's memory; empty when
+// the plug-in serves none.
+QByteArray query(Plugin& plugin, std::string const& id, std::string const& key)
+{
+    orv::VORNQueryProcessData_t request{};
+    key.copy(request.key, sizeof request.key - 1);
+    id.copy(request.id, sizeof request.id - 1);
+    Reply reply = plugin.call(orv::CommandId::QueryResultData, &request);
+    if (!succeeded(reply) || reply.payload() == nullptr)
+        return {};
+    auto const record = reply.record<orv::VORNResultData_t>();
+    if (record.data == nullptr)
+        return {};
+    return QByteArray(static_cast<char const*>(record.data), static_cast<int>(record.size));
+}
+
+// A chunk's payload without its 48-byte header.
+QByteArray payloadOf(QByteArray const& chunk)
+{
+    return chunk.size() > int(sizeof(orv::ChunkHeader)) ? chunk.mid(sizeof(orv::ChunkHeader)) : QByteArray();
+}
+
+} // namespace
+
+LiveFeed::LiveFeed(PluginGate& gate, EventHub& events) : m_gate(gate), m_events(events), m_thread([this] { watch(); })
+{}
+
+LiveFeed::~LiveFeed()
+{
+    m_stop = true;
+    m_thread.join();
+}
+
+void LiveFeed::watch()
+{
+    // Only looks: the plug-in takes each frame when it is acquired.
+    orv::resultsync::FrameClient observer(false);
+    while (!m_stop) {
+        std::unique_ptr<orv::resultsync::Frame> frame = observer.waitForFrame(200);
+        if (!frame)
+            continue;
+        std::vector<std::string> ids{frame->getId()};
+        while ((frame = observer.waitForFrame(0)))
+            ids.push_back(frame->getId());
+        take(ids);
+    }
+}
+
+void LiveFeed::take(std::vector<std::string> const& ids)
+{
+    Latest next;
+    next.id = ids.back();
+    uint64_t skipped = 0;
+    std::string why;
+    bool const used = m_gate.use(
+        [&](Plugin& plugin) {
+            for (size_t i = 0; i + 1 < ids.size(); ++i, ++skipped) {
+                plugin.call(orv::CommandId::AcquireResultId, ids[i].c_str());
+                plugin.call(orv::CommandId::FreeResultId, ids[i].c_str());
+            }
+            if (succeeded(plugin.call(orv::CommandId::AcquireResultId, next.id.c_str()))) {
+                next.model = payloadOf(query(plugin, next.id, "json_model"));
+                next.picture = payloadOf(query(plugin, next.id, "z4_amplitude_png"));
+                next.distance = query(plugin, next.id, "distance_image");
+            } else {
+                next.problem = "result " + next.id + " could not be acquired: another client took it";
+            }
+            plugin.call(orv::CommandId::FreeResultId, next.id.c_str());
+        },
+        why);
+    if (!used)
+        next.problem = why;
+    QJsonObject summary;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        auto const now = std::chrono::steady_clock::now();
+        m_arrivals.push_back(now);
+        while (now - m_arrivals.front() > RateWindow)
+            m_arrivals.pop_front();
+        next.sequence = m_latest.sequence + 1;
+        m_latest = std::move(next);
+        m_skipped += skipped;
+        summary = summaryLocked();
+    }
+    m_events.publish("result", QJsonDocument(summary).toJson(QJsonDocument::Compact).toStdString());
+}
+
+LiveFeed::Latest LiveFeed::latest() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_latest;
+}
+
+QJsonObject LiveFeed::summaryLocked() const
+{
+    QJsonObject summary = countsLocked();
+    QString const sequence = QString::number(m_latest.sequence);
+    summary.insert("sequence", static_cast<qint64>(m_latest.sequence));
+    summary.insert("model", QJsonDocument::fromJson(m_latest.model).object());
+    summary.insert("picture", m_latest.picture.isEmpty() ? QJsonValue() : "/api/live/amplitude.png?seq=" + sequence);
+    summary.insert("distance", m_latest.distance.isEmpty() ? QJsonValue() : "/api/live/distance?seq=" + sequence);
+    if (!m_latest.problem.empty())
+        summary.insert("problem", QString::fromStdString(m_latest.problem));
+    return summary;
+}
+
+QJsonObject LiveFeed::summary() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return summaryLocked();
+}
+
+QJsonObject LiveFeed::countsLocked() const
+{
+    double rate = 0;
+    bool const current = !m_arrivals.empty() && std::chrono::steady_clock::now() - m_arrivals.back() < RateWindow;
+    if (current && m_arrivals.size() > 1) {
+        std::chrono::duration<double> const span = m_arrivals.back() - m_arrivals.front();
+        rate = span.count() > 0 ? double(m_arrivals.size() - 1) / span.count() : 0;
+    }
+    QJsonObject counts;
+    counts.insert("results", static_cast<qint64>(m_latest.sequence));
+    counts.insert("skipped", static_cast<qint64>(m_skipped));
+    counts.insert("fps", qRound(rate * 10) / 10.0);
+    counts.insert("id", m_latest.sequence == 0 ? QJsonValue() : QString::fromStdString(m_latest.id));
+    return counts;
+}
+
+QJsonObject LiveFeed::counts() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return countsLocked();
+}
+
+long long LiveFeed::age() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_arrivals.empty())
+        return -1;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - m_arrivals.back())
+        .count();
+}
+
+} // namespace vornhost

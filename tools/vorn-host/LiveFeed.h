@@ -1,0 +1,64 @@
+// The workbench's live view: watches the frame folder and, for each result the camera publishes,
+// takes it through the plug-in as a client would (acquire, query, free). Only the newest counts:
+// results that were already waiting behind it are acquired and freed unread, never queued, so a slow
+// page or a fast camera cannot build a backlog.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <QByteArray>
+#include <QJsonObject>
+
+#include "EventHub.h"
+#include "PluginGate.h"
+
+namespace vornhost {
+
+class LiveFeed
+{
+public:
+    struct Latest
+    {
+        std::string id;
+        uint64_t sequence = 0; // 0: nothing taken yet
+        QByteArray model;      // the json_model text
+        QByteArray picture;    // the amplitude PNG with the ROIs drawn
+        QByteArray distance;   // the distance image's chunk: header and pixels
+        std::string problem;   // why a part is missing
+    };
+
+    LiveFeed(PluginGate& gate, EventHub& events);
+    ~LiveFeed(); // stops the watching thread
+
+    Latest latest() const;
+    // The /api/live object (and the "result" event): id, sequence, rate, model and the URLs.
+    QJsonObject summary() const;
+    // Results taken, results skipped, results per second over the last seconds, the newest id.
+    QJsonObject counts() const;
+    // Milliseconds since the newest result came, or -1 before the first.
+    long long age() const;
+
+private:
+    void watch();
+    void take(std::vector<std::string> const& ids);
+    QJsonObject summaryLocked() const;
+    QJsonObject countsLocked() const;
+
+    PluginGate& m_gate;
+    EventHub& m_events;
+    mutable std::mutex m_mutex;
+    Latest m_latest;
+    uint64_t m_skipped = 0;
+    std::deque<std::chrono::steady_clock::time_point> m_arrivals; // of the last few seconds
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread; // last: started when everything it uses is in place
+};
+
+} // namespace vornhost
