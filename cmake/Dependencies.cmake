@@ -9,3 +9,6 @@ pkg_check_modules(UDEV REQUIRED IMPORTED_TARGET libudev)
 pkg_check_modules(CJSON REQUIRED IMPORTED_TARGET libcjson)
 pkg_check_modules(RAPIDJSON REQUIRED IMPORTED_TARGET RapidJSON)
 pkg_check_modules(UMOCKDEV REQUIRED IMPORTED_TARGET umockdev-1.0)
+# The workbench (vorn-host serve) and its tests: Debian builds the library with TLS and compression,
+# so its flags must come with it.
+pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)

@@ -23,7 +23,7 @@ packages=(
   libc6-dev libstdc++-12-dev
   qtbase5-dev libqt5network5 libqt5gui5
   libhiredis-dev libevent-dev libdbus-1-dev libudev-dev libcjson-dev rapidjson-dev
-  libgtest-dev libgmock-dev libumockdev-dev umockdev
+  libgtest-dev libgmock-dev libumockdev-dev umockdev libcpp-httplib-dev
 )
 # Host tools: the bootstrapper, the cross compiler and the emulator that runs the tests.
 host_packages=(debootstrap qemu-user-static binfmt-support crossbuild-essential-armhf

@@ -8,7 +8,8 @@ packages=(
   qtbase5-dev libhiredis-dev libevent-dev libdbus-1-dev libudev-dev libcjson-dev rapidjson-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   redis-server redis-tools dbus umockdev libumockdev-dev iproute2 procps
-  python3 file help2man
+  python3 file help2man libcpp-httplib-dev
+  chromium chromium-driver python3-selenium
 )
 packages+=("$@")
 

@@ -147,10 +147,17 @@ bool FrameProducer::storeResult(uint32_t id, std::string const& model)
     }
     auto* reply = static_cast<redisReply*>(
         redisCommandArgv(m_redis, static_cast<int>(argv.size()), argv.data(), lengths.data()));
+    // A connection is found broken only when it is used: a Redis that was restarted gets the result
+    // on a new one, rather than the result being lost.
+    if (reply == nullptr && connectRedis(why))
+        reply = static_cast<redisReply*>(
+            redisCommandArgv(m_redis, static_cast<int>(argv.size()), argv.data(), lengths.data()));
     bool const ok = reply != nullptr && reply->type == REDIS_REPLY_INTEGER;
     if (!ok)
         fprintf(stderr, "camsim: result %u not published: storing %s failed: %s\n", id, key.c_str(),
-                reply != nullptr && reply->str != nullptr ? reply->str : m_redis->errstr);
+                reply != nullptr && reply->str != nullptr ? reply->str
+                : m_redis != nullptr                      ? m_redis->errstr
+                                                          : why.c_str());
     freeReplyObject(reply);
     return ok;
 }

@@ -45,7 +45,8 @@ QByteArray payloadOf(QByteArray const& chunk)
 
 } // namespace
 
-LiveFeed::LiveFeed(PluginGate& gate, EventHub& events) : m_gate(gate), m_events(events), m_thread([this] { watch(); })
+LiveFeed::LiveFeed(PluginGate& gate, EventHub& events)
+    : m_gate(gate), m_events(events), m_thread([this] { watch(); })
 {}
 
 LiveFeed::~LiveFeed()
@@ -120,8 +121,10 @@ QJsonObject LiveFeed::summaryLocked() const
     QString const sequence = QString::number(m_latest.sequence);
     summary.insert("sequence", static_cast<qint64>(m_latest.sequence));
     summary.insert("model", QJsonDocument::fromJson(m_latest.model).object());
-    summary.insert("picture", m_latest.picture.isEmpty() ? QJsonValue() : "/api/live/amplitude.png?seq=" + sequence);
-    summary.insert("distance", m_latest.distance.isEmpty() ? QJsonValue() : "/api/live/distance?seq=" + sequence);
+    summary.insert("picture",
+                   m_latest.picture.isEmpty() ? QJsonValue() : "/api/live/amplitude.png?seq=" + sequence);
+    summary.insert("distance",
+                   m_latest.distance.isEmpty() ? QJsonValue() : "/api/live/distance?seq=" + sequence);
     if (!m_latest.problem.empty())
         summary.insert("problem", QString::fromStdString(m_latest.problem));
     return summary;
@@ -136,7 +139,8 @@ QJsonObject LiveFeed::summary() const
 QJsonObject LiveFeed::countsLocked() const
 {
     double rate = 0;
-    bool const current = !m_arrivals.empty() && std::chrono::steady_clock::now() - m_arrivals.back() < RateWindow;
+    bool const current =
+        !m_arrivals.empty() && std::chrono::steady_clock::now() - m_arrivals.back() < RateWindow;
     if (current && m_arrivals.size() > 1) {
         std::chrono::duration<double> const span = m_arrivals.back() - m_arrivals.front();
         rate = span.count() > 0 ? double(m_arrivals.size() - 1) / span.count() : 0;
@@ -160,7 +164,8 @@ long long LiveFeed::age() const
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_arrivals.empty())
         return -1;
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - m_arrivals.back())
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 m_arrivals.back())
         .count();
 }
 

@@ -21,7 +21,8 @@ std::string textOf(redisReply const* reply)
 } // namespace
 
 LogTail::LogTail(std::string socket, EventHub& events)
-    : m_socket(std::move(socket)), m_events(events), m_clock(kslog::BootClock::now()), m_thread([this] { follow(); })
+    : m_socket(std::move(socket)), m_events(events), m_clock(kslog::BootClock::now()),
+      m_thread([this] { follow(); })
 {}
 
 LogTail::~LogTail()
@@ -95,8 +96,7 @@ long long LogTail::configure(QJsonObject const& change) const
 {
     kslog::RedisLink link(m_socket);
     kslog::RedisLink::Reply const reply =
-        link.command({"PUBLISH",
-                      orv::Logger::RedisLogger::getLoggerCfgKey(),
+        link.command({"PUBLISH", orv::Logger::RedisLogger::getLoggerCfgKey(),
                       QJsonDocument(change).toJson(QJsonDocument::Compact).toStdString()});
     if (!reply || reply->type != REDIS_REPLY_INTEGER)
         throw std::runtime_error("the log configuration could not be published: " +

@@ -42,7 +42,8 @@ void splitListen(std::string const& text, Workbench::Settings& settings)
     if (colon == std::string::npos || host.empty())
         throw UsageError("--listen wants ADDRESS:PORT, as 127.0.0.1:8080 or 0.0.0.0:0");
     settings.host = host;
-    settings.port = static_cast<int>(Args::toNumber(text.substr(colon + 1), "the port of --listen", 0, 65535));
+    settings.port =
+        static_cast<int>(Args::toNumber(text.substr(colon + 1), "the port of --listen", 0, 65535));
 }
 
 } // namespace
@@ -56,8 +57,8 @@ int serve(std::string const& pluginPath, Args& args)
     settings.readOnly = args.flag("--read-only");
     settings.token = args.option("--token").value_or("");
     settings.webDir = args.option("--web").value_or(existingOr(VORN_HOST_BUILD_WEB, VORN_HOST_INSTALLED_WEB));
-    settings.examples =
-        args.option("--examples").value_or(existingOr(VORN_HOST_BUILD_EXAMPLES, VORN_HOST_INSTALLED_EXAMPLES));
+    settings.examples = args.option("--examples")
+                            .value_or(existingOr(VORN_HOST_BUILD_EXAMPLES, VORN_HOST_INSTALLED_EXAMPLES));
     args.expectCount(0, 0);
 
     // The signals are taken by one thread of their own, so that none lands in a server thread.

@@ -75,7 +75,8 @@ bool bodyOf(httplib::Request const& request, httplib::Response& response, QJsonO
 }
 
 // An integer field of the body within [low, high]; false (and the response says why) otherwise.
-bool integerOf(QJsonObject const& body, char const* name, int low, int high, httplib::Response& response, int& value)
+bool integerOf(QJsonObject const& body, char const* name, int low, int high, httplib::Response& response,
+               int& value)
 {
     QJsonValue const field = body.value(name);
     double const number = field.toDouble(-1e300);
@@ -130,7 +131,8 @@ QJsonObject busStatus()
     if (connection == nullptr) {
         std::string const why = error.message != nullptr ? error.message : "no bus";
         dbus_error_free(&error);
-        return check(false, "the system bus cannot be reached: " + why + " (applications, I/O and triggers need it)");
+        return check(false, "the system bus cannot be reached: " + why +
+                                " (applications, I/O and triggers need it)");
     }
     dbus_connection_close(connection);
     dbus_connection_unref(connection);
@@ -191,7 +193,8 @@ std::string Workbench::listen()
     else if (!m_server->bind_to_port(m_settings.host, port))
         port = -1;
     if (port < 0)
-        throw std::runtime_error("cannot listen on " + m_settings.host + ":" + std::to_string(m_settings.port) +
+        throw std::runtime_error("cannot listen on " + m_settings.host + ":" +
+                                 std::to_string(m_settings.port) +
                                  ": the address is taken or not this machine's");
     m_settings.port = port;
     bool const v6 = m_settings.host.find(':') != std::string::npos;
@@ -243,10 +246,12 @@ QJsonObject Workbench::status() const
                                             : check(false, m_gate.problem()));
     long long const age = m_live ? m_live->age() : -1;
     bool const recent = age >= 0 && age < 10000;
-    status.insert("camera", check(recent, age < 0 ? "no result yet: trigger the camera, or check that it publishes in " +
-                                                        orv::Paths::frameDir()
-                                                  : recent ? "results are coming"
-                                                           : "no result for " + std::to_string(age / 1000) + " s"));
+    status.insert("camera",
+                  check(recent, age < 0
+                                    ? "no result yet: trigger the camera, or check that it publishes in " +
+                                          orv::Paths::frameDir()
+                                : recent ? "results are coming"
+                                         : "no result for " + std::to_string(age / 1000) + " s"));
     return status;
 }
 
@@ -258,15 +263,16 @@ bool Workbench::admitted(httplib::Request const& request, httplib::Response& res
     std::string const port = ":" + std::to_string(m_settings.port);
     std::string const host = request.get_header_value("Host");
     bool const anyAddress = m_settings.host == "0.0.0.0" || m_settings.host == "::";
-    bool const named = anyAddress || host == m_settings.host + port || host == "[" + m_settings.host + "]" + port ||
-                       (m_loopback && (host == "localhost" + port || host == "127.0.0.1" + port || host == "[::1]" + port));
+    bool const named =
+        anyAddress || host == m_settings.host + port || host == "[" + m_settings.host + "]" + port ||
+        (m_loopback && (host == "localhost" + port || host == "127.0.0.1" + port || host == "[::1]" + port));
     if (!named) {
         refuse(response, 421, "the Host header \"" + host + "\" does not name this server: open " + m_url);
         return false;
     }
     bool const api = request.path.rfind("/api/", 0) == 0;
     std::string const token = request.has_header(TokenHeader) ? request.get_header_value(TokenHeader)
-                                                                : request.get_param_value("token");
+                                                              : request.get_param_value("token");
     if (api && !m_loopback && token != m_settings.token) {
         refuse(response, 401, "this server needs its token: open the URL it printed when it started");
         return false;
@@ -277,7 +283,8 @@ bool Workbench::admitted(httplib::Request const& request, httplib::Response& res
             return false;
         }
         if (request.get_header_value(TokenHeader) != m_settings.token) {
-            refuse(response, 403, std::string("a change needs the ") + TokenHeader + " header from /api/session");
+            refuse(response, 403,
+                   std::string("a change needs the ") + TokenHeader + " header from /api/session");
             return false;
         }
     }
@@ -286,11 +293,14 @@ bool Workbench::admitted(httplib::Request const& request, httplib::Response& res
 
 void Workbench::logChange(httplib::Request const& request, std::string const& what) const
 {
-    std::string const line = "change from " + request.remote_addr + ": " + request.method + " " + request.path + " " + what;
+    std::string const line =
+        "change from " + request.remote_addr + ": " + request.method + " " + request.path + " " + what;
     fprintf(stderr, "vorn-host serve: %s\n", line.c_str());
     try {
-        orv::Logger::RedisLogger logger("WORKBENCH", orv::Paths::redisCacheSocket().c_str(), "LOG:ENTRIES", false);
-        logger.log(orv::Logger::RedisLogger::INFO, "%s", line.c_str());
+        orv::Logger::RedisLogger logger("WORKBENCH", orv::Paths::redisCacheSocket().c_str(), "LOG:ENTRIES",
+                                        false);
+        // WARN: the loggers' default mask keeps it, so a change made from a page is never unrecorded.
+        logger.log(orv::Logger::RedisLogger::WARN, "%s", line.c_str());
     } catch (std::exception const&) {
         // Redis is away: standard error has it.
     }
@@ -315,16 +325,17 @@ void Workbench::routes()
         else
             refuse(response, response.status, "the request could not be served");
     });
-    m_server->set_exception_handler([](httplib::Request const&, httplib::Response& response, std::exception_ptr error) {
-        std::string why = "unknown";
-        try {
-            std::rethrow_exception(error);
-        } catch (std::exception const& e) {
-            why = e.what();
-        } catch (...) {
-        }
-        refuse(response, 500, "the request failed: " + why);
-    });
+    m_server->set_exception_handler(
+        [](httplib::Request const&, httplib::Response& response, std::exception_ptr error) {
+            std::string why = "unknown";
+            try {
+                std::rethrow_exception(error);
+            } catch (std::exception const& e) {
+                why = e.what();
+            } catch (...) {
+            }
+            refuse(response, 500, "the request failed: " + why);
+        });
     if (!m_settings.webDir.empty())
         m_server->set_mount_point("/", m_settings.webDir);
     m_server->Get("/api/session", [this](httplib::Request const&, httplib::Response& response) {
@@ -348,8 +359,9 @@ void Workbench::deviceRoutes()
 {
     m_server->Get("/api/device", [this](httplib::Request const&, httplib::Response& response) {
         QJsonObject items, errors;
-        for (char const* key : {"vendor", "article_number", "name", "location", "device_info", "ipv4_address",
-                                "ipv4_subnetmask", "ipv4_gateway", "mac_address", "ipv4_dhcp", "port_number"}) {
+        for (char const* key :
+             {"vendor", "article_number", "name", "location", "device_info", "ipv4_address",
+              "ipv4_subnetmask", "ipv4_gateway", "mac_address", "ipv4_dhcp", "port_number"}) {
             PluginGate::Answer const item = m_gate.run("device-info", {key});
             if (item.status == 503)
                 return answer(response, item);
@@ -380,7 +392,8 @@ void Workbench::deviceRoutes()
             if (state.exitCode == 0)
                 entry.insert("state", state.body.value("state"));
             else
-                entry.insert("error", state.body.value("status").toString(state.body.value("error").toString()));
+                entry.insert("error",
+                             state.body.value("status").toString(state.body.value("error").toString()));
             ios.append(entry);
         }
         answer(response, {{"ios", ios}});
@@ -396,7 +409,8 @@ void Workbench::deviceRoutes()
     });
     m_server->Get("/api/stats", [this](httplib::Request const&, httplib::Response& response) {
         QJsonObject counters;
-        for (char const* key : {"number_of_results", "number_of_positive_decodings", "number_of_false_decodings"}) {
+        for (char const* key :
+             {"number_of_results", "number_of_positive_decodings", "number_of_false_decodings"}) {
             PluginGate::Answer const counter = m_gate.run("stats", {key, "1"});
             if (counter.status == 503)
                 return answer(response, counter);
@@ -480,7 +494,8 @@ void Workbench::formatRoutes()
             if (file.open(QIODevice::ReadOnly))
                 examples.append(QJsonObject{{"name", name}, {"text", QString::fromUtf8(file.readAll())}});
         }
-        response.set_content(QJsonDocument(examples).toJson(QJsonDocument::Compact).toStdString(), "application/json");
+        response.set_content(QJsonDocument(examples).toJson(QJsonDocument::Compact).toStdString(),
+                             "application/json");
     });
     // Each route takes the description as text and hands it to the subcommand as a file.
     auto withDescription = [this](auto&& handle) {
@@ -498,65 +513,68 @@ void Workbench::formatRoutes()
             unlink(path.c_str());
         };
     };
-    m_server->Post("/api/validate", withDescription([this](QJsonObject const&, std::string const& path, bool,
-                                                           httplib::Response& response) {
-        PluginGate::Answer const result = m_gate.run("validate", {path});
-        if (result.status != 200)
-            return answer(response, result);
-        QJsonArray problems;
-        for (QJsonValue const& line : result.body.value("problems").toArray()) {
-            QString const text = line.toString();
-            int const colon = text.indexOf(": ");
-            problems.append(QJsonObject{{"path", text.left(colon)}, {"message", text.mid(colon + 2)}});
-        }
-        answer(response, {{"valid", result.body.value("valid").toBool()}, {"problems", problems}});
-    }));
-    m_server->Post("/api/format", withDescription([this](QJsonObject const&, std::string const& path, bool big,
-                                                         httplib::Response& response) {
-        LiveFeed::Latest const latest = m_live->latest();
-        if (latest.sequence == 0)
-            return refuse(response, 409, "no result yet: trigger the camera");
-        std::vector<std::string> words{latest.id, path};
-        if (big)
-            words.push_back("--big-endian");
-        PluginGate::Answer formatted = m_gate.run("format", words);
-        if (formatted.status != 200)
-            return answer(response, formatted);
-        words.push_back("--explain");
-        PluginGate::Answer const explained = m_gate.run("format", words);
-        QJsonArray const map = explained.body.value("map").toArray();
-        QJsonArray lists;
-        for (QJsonValue const& entry : map)
-            if (entry.toObject().value("kind") == "list" && !lists.contains(entry.toObject().value("id")))
-                lists.append(entry.toObject().value("id"));
-        QJsonObject body = formatted.body;
-        body.insert("id", QString::fromStdString(latest.id));
-        body.insert("map", map);
-        body.insert("lists", lists);
-        // The map is made by the plug-in's code here; it belongs to these bytes only if it made the same.
-        body.insert("agrees", explained.body.value("hex") == formatted.body.value("hex"));
-        answer(response, body);
-    }));
-    m_server->Post("/api/decoder", withDescription([this](QJsonObject const& body, std::string const& path, bool big,
-                                                          httplib::Response& response) {
-        std::string const lang = body.value("lang").toString("st").toStdString();
-        if (lang != "st" && lang != "c")
-            return refuse(response, 400, "\"lang\" is \"st\" or \"c\"");
-        QString const name = body.value("name").toString("answer");
-        std::vector<std::string> words{path, "--lang", lang, "--name", name.toStdString()};
-        QStringList records;
-        QJsonObject const capacities = body.value("records").toObject();
-        for (auto it = capacities.begin(); it != capacities.end(); ++it)
-            records.append(it.key() + "=" + QString::number(it.value().toInt()));
-        if (!records.isEmpty())
-            words.insert(words.end(), {"--records", records.join(',').toStdString()});
-        if (big)
-            words.push_back("--big-endian");
-        PluginGate::Answer result = m_gate.run("plc-types", words);
-        if (result.status == 200)
-            result.body.insert("file", name + (lang == "c" ? ".h" : ".st"));
-        answer(response, result);
-    }));
+    m_server->Post(
+        "/api/validate", withDescription([this](QJsonObject const&, std::string const& path, bool,
+                                                httplib::Response& response) {
+            PluginGate::Answer const result = m_gate.run("validate", {path});
+            if (result.status != 200)
+                return answer(response, result);
+            QJsonArray problems;
+            for (QJsonValue const& line : result.body.value("problems").toArray()) {
+                QString const text = line.toString();
+                int const colon = text.indexOf(": ");
+                problems.append(QJsonObject{{"path", text.left(colon)}, {"message", text.mid(colon + 2)}});
+            }
+            answer(response, {{"valid", result.body.value("valid").toBool()}, {"problems", problems}});
+        }));
+    m_server->Post("/api/format", withDescription([this](QJsonObject const&, std::string const& path,
+                                                         bool big, httplib::Response& response) {
+                       LiveFeed::Latest const latest = m_live->latest();
+                       if (latest.sequence == 0)
+                           return refuse(response, 409, "no result yet: trigger the camera");
+                       std::vector<std::string> words{latest.id, path};
+                       if (big)
+                           words.push_back("--big-endian");
+                       PluginGate::Answer formatted = m_gate.run("format", words);
+                       if (formatted.status != 200)
+                           return answer(response, formatted);
+                       words.push_back("--explain");
+                       PluginGate::Answer const explained = m_gate.run("format", words);
+                       QJsonArray const map = explained.body.value("map").toArray();
+                       QJsonArray lists;
+                       for (QJsonValue const& entry : map)
+                           if (entry.toObject().value("kind") == "list" &&
+                               !lists.contains(entry.toObject().value("id")))
+                               lists.append(entry.toObject().value("id"));
+                       QJsonObject body = formatted.body;
+                       body.insert("id", QString::fromStdString(latest.id));
+                       body.insert("map", map);
+                       body.insert("lists", lists);
+                       // The map is made by the plug-in's code here; it belongs to these bytes only if it
+                       // made the same.
+                       body.insert("agrees", explained.body.value("hex") == formatted.body.value("hex"));
+                       answer(response, body);
+                   }));
+    m_server->Post("/api/decoder", withDescription([this](QJsonObject const& body, std::string const& path,
+                                                          bool big, httplib::Response& response) {
+                       std::string const lang = body.value("lang").toString("st").toStdString();
+                       if (lang != "st" && lang != "c")
+                           return refuse(response, 400, "\"lang\" is \"st\" or \"c\"");
+                       QString const name = body.value("name").toString("answer");
+                       std::vector<std::string> words{path, "--lang", lang, "--name", name.toStdString()};
+                       QStringList records;
+                       QJsonObject const capacities = body.value("records").toObject();
+                       for (auto it = capacities.begin(); it != capacities.end(); ++it)
+                           records.append(it.key() + "=" + QString::number(it.value().toInt()));
+                       if (!records.isEmpty())
+                           words.insert(words.end(), {"--records", records.join(',').toStdString()});
+                       if (big)
+                           words.push_back("--big-endian");
+                       PluginGate::Answer result = m_gate.run("plc-types", words);
+                       if (result.status == 200)
+                           result.body.insert("file", name + (lang == "c" ? ".h" : ".st"));
+                       answer(response, result);
+                   }));
 }
 
 void Workbench::logRoutes()
@@ -587,7 +605,8 @@ void Workbench::logRoutes()
         logChange(request, "log mask " + jsonText(change));
         try {
             long long const receivers = m_log->configure(change);
-            answer(response, {{"published", QString::fromStdString(jsonText(change))}, {"receivers", receivers}});
+            answer(response,
+                   {{"published", QString::fromStdString(jsonText(change))}, {"receivers", receivers}});
         } catch (std::exception const& e) {
             refuse(response, 503, e.what());
         }

@@ -27,9 +27,9 @@ class Workbench
 public:
     struct Settings
     {
-        std::string plugin;   // the plug-in's path
+        std::string plugin; // the plug-in's path
         std::string host = "127.0.0.1";
-        int port = 8080;      // 0: a free one
+        int port = 8080; // 0: a free one
         bool readOnly = false;
         std::string token;    // empty: a random one
         std::string webDir;   // the page's files
