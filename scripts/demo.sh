@@ -4,9 +4,18 @@
 # plug-in's commands with vorn-host (as the host daemon would call them) and shows the log that all
 # of this wrote. Everything it saves goes under one output directory, named at the start; nothing
 # is left running or behind when it ends.
+#
+#   scripts/demo.sh serve [PORT]   instead starts the camera publishing five results a second and the
+#                                  workbench page on 127.0.0.1:PORT (default 8080), until Ctrl-C
 #   DEMO_OUT   output directory (default: demo-out in the repository)
 #   BUILD_DIR  build directory (default: build-demo)
 set -euo pipefail
+mode=${1:-session}
+case "$mode" in
+  session | serve) ;;
+  *) echo "usage: scripts/demo.sh [serve [PORT]]" >&2; exit 2 ;;
+esac
+port=${2:-8080}
 cd "$(dirname "$0")/.."
 root=$(pwd)
 
@@ -91,8 +100,10 @@ step "Enable every log category for all sources (stored in LOG:PERM:CFG, read wh
 "$kslog" config --source all --enable DEBUG,DIAG,TRACE,INFO,WARN,ERROR,FATAL,EMERG --save >/dev/null
 redis-cli -s "$ORV_REDIS_SOCKET" HGET LOG:PERM:CFG all
 
-step "Start the simulated camera: imager, parameter and I/O services on the bus, results on trigger"
-"$camsim" --apps 4 >"$run/camsim.out" 2>"$out/camsim.log" &
+rate=()
+if [ "$mode" = serve ]; then rate=(--rate 5); fi
+step "Start the simulated camera: imager, parameter and I/O services on the bus, results on trigger${rate:+ and 5 a second}"
+"$camsim" --apps 4 "${rate[@]}" >"$run/camsim.out" 2>"$out/camsim.log" &
 pids+=($!)
 wait_for "the simulated camera" grep -q ready "$run/camsim.out"
 echo "camsim is serving com.orv.imager, com.orv.quillon and com.orv.iom"
@@ -115,6 +126,13 @@ with open(sys.argv[1], "w") as f:
             "L: driver=../../../bus/i2c/drivers/at24\nH: eeprom=%s\nA: name=24c02\n" % record.hex())
 PY
 host() { umockdev-run -d "$run/eeprom.umockdev" -- "$vorn_host" "$@"; }
+
+if [ "$mode" = serve ]; then
+  step "The workbench: the camera live, its answer byte by byte, the log and the device (Ctrl-C ends)"
+  echo "open the URL below in a browser on this machine; docs/workbench.md says what the page shows"
+  host serve --listen "127.0.0.1:$port" || true
+  exit 0
+fi
 
 step "Device identity: vendor, article, name, MAC address (request 20)"
 for key in vendor article_number name location mac_address ipv4_address port_number; do
