@@ -21,6 +21,7 @@ public:
     std::string const& url() const { return m_url; }         // "http://127.0.0.1:PORT/" (and the token)
     std::string const& address() const { return m_address; } // "127.0.0.1:PORT"
     std::string errors() const;                              // its standard error so far
+    pid_t pid() const { return m_pid; }
 
 private:
     TempDir m_dir{"kv-workbench"};
