@@ -95,6 +95,16 @@ TEST_F(ToolMistakes, EachSaysWhatIsWrongAndWhatToDoWithANonZeroExit)
         {host, {"plc-types", "{dir}/good.json", "--lang", "basic"}, "", 2, "--lang is st or c"},
         {host, {"plc-types", "{dir}/good.json"}, "", 1, "(\"activeapp_id\") is text of no fixed width"},
         {host, {"plc-types", "{dir}/nothing.json"}, "", 2, "cannot read {dir}/nothing.json: No such file"},
+        {host,
+         {"plc-types", KV_SOURCE_DIR "/docs/examples/format-plc-rois.json", "--records", "models=4,roi=8"},
+         "",
+         2,
+         "--records names roi, which is no list of this description (its lists: models, rois)"},
+        {host,
+         {"plc-types", KV_SOURCE_DIR "/docs/examples/format-plc-rois.json"},
+         "",
+         2,
+         "give the capacity of models, rois with --records"},
         // kslog
         {"kslog/kslog", {"tail", "-x", "--socket", "{socket}"}, "", 2, "unknown option \"-x\""},
         // Refused before anything is read or published:

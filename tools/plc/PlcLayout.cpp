@@ -64,10 +64,12 @@ std::shared_ptr<PlcLayout::Record> PlcLayout::build(Entries const& entries, std:
             std::size_t last = i;
             while (last < end && entries[last].path.startsWith(inner))
                 ++last;
+            // Named outer list first, as the description reads.
+            if (!m_capacities.contains(entry.id) && !m_missing.contains(entry.id))
+                m_missing.append(entry.id);
+            m_listIds.insert(entry.id);
             item.records = build(entries, i, last, inner, typeName + QLatin1Char('_') + item.name);
             i = last;
-            if (!m_capacities.contains(entry.id))
-                m_missing.append(entry.id);
             item.capacity = m_capacities.value(entry.id, 1);
             countList(*record, item);
         } else if (prefix.isEmpty()) {
@@ -147,4 +149,13 @@ QString PlcLayout::designator(QString const& path) const
         record = found->records.get();
     }
     return QString();
+}
+
+QStringList PlcLayout::unknownCapacities() const
+{
+    QStringList unknown;
+    for (QString const& id : m_capacities.keys())
+        if (!m_listIds.contains(id))
+            unknown.append(id);
+    return unknown;
 }

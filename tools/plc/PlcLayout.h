@@ -11,6 +11,7 @@
 
 #include <QByteArray>
 #include <QMap>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -65,6 +66,9 @@ public:
     bool empty() const { return m_root->items.empty(); }
     std::size_t size() const { return m_size; } // of the answer without lists
     QStringList missingCapacities() const { return m_missing; }
+    // Capacities given for a list id the answer does not have (a misspelt one, most often).
+    QStringList unknownCapacities() const;
+    QStringList listIds() const { return m_listIds.values(); }
     // Where an entry of a real answer's byte map lies in the decoded type, as a C member designator
     // ("models[1].rois[0].x"); empty for a constant, a list's own entry or an unknown place.
     QString designator(QString const& path) const;
@@ -82,5 +86,6 @@ private:
     std::size_t m_size = 0;
     int m_lists = 0;
     QStringList m_missing;
+    QSet<QString> m_listIds;
     PlcNames m_typeNames; // type names are global in both languages
 };

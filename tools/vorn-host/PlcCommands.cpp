@@ -44,6 +44,15 @@ int runPlcTypes(Output& out, Args& args)
     PlcLayout const layout = PlcLayout::ofRequest(description.request(), bigEndian, typeName, capacity);
     if (layout.empty())
         throw cli::Failure(description.path() + " writes nothing: there is no type to make", 1);
+    QStringList const unknown = layout.unknownCapacities();
+    if (!unknown.isEmpty()) {
+        QStringList lists = layout.listIds();
+        lists.sort();
+        throw UsageError("--records names " + unknown.join(", ").toStdString() +
+                         ", which is no list of this description" +
+                         (lists.isEmpty() ? std::string(": it has none")
+                                          : " (its lists: " + lists.join(", ").toStdString() + ")"));
+    }
     QStringList const missing = layout.missingCapacities();
     if (!missing.isEmpty())
         throw UsageError("give the capacity of " + missing.join(", ").toStdString() +
