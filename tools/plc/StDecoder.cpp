@@ -112,8 +112,12 @@ QString StDecoder::text(QString const& header)
             .arg(p);
     for (int i = 1; i <= DecoderWalk::depth(m_layout.root()); ++i)
         out += QStringLiteral("    i%1 : DINT;\n").arg(i);
+    // Records past a count keep no values of an earlier answer: the C decoder zeroes its answer too.
     out += QStringLiteral(
-               "END_VAR\n"
+               "END_VAR\nVAR_TEMP\n    cleared : %1; (* every field at its initial value *)\nEND_VAR\n")
+               .arg(p);
+    out += QStringLiteral(
+               "answer := cleared;\n"
                "error := 0;\nconsumed := 0;\npos := 0;\n"
                "first := LOWER_BOUND(buffer, 1);\n"
                "size := UDINT_TO_DINT(length);\n"

@@ -42,7 +42,7 @@ std::string unbalanced(std::string text)
 {
     text = std::regex_replace(text, std::regex(R"(\(\*[\s\S]*?\*\))"), " ");
     std::regex const word(
-        R"(\b(END_)?(TYPE|STRUCT|FUNCTION_BLOCK|FUNCTION|VAR_INPUT|VAR_IN_OUT|VAR_OUTPUT|VAR|IF|FOR)\b)");
+        R"(\b(END_)?(TYPE|STRUCT|FUNCTION_BLOCK|FUNCTION|VAR_INPUT|VAR_IN_OUT|VAR_OUTPUT|VAR_TEMP|VAR|IF|FOR)\b)");
     std::vector<std::string> open;
     for (std::sregex_iterator it(text.begin(), text.end(), word), end; it != end; ++it) {
         std::string const block = (*it)[2].str().rfind("VAR", 0) == 0 ? "VAR" : (*it)[2].str();
