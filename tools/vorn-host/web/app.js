@@ -39,7 +39,12 @@ async function main() {
   const first = await retrying(() => status.refresh());
   log.load();
   let cut = false;
-  events({ result: live.onResult, status: (s) => status.show(s), log: log.onEntry }, (up) => {
+  const onResult = (result) => {
+    live.onResult(result);
+    status.counted(result);
+    if (!result.problem) format.onResult();
+  };
+  events({ result: onResult, status: (s) => status.show(s), log: log.onEntry }, (up) => {
     if (!up) {
       cut = true;
       status.refresh().catch(() => {});

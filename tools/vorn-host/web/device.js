@@ -7,6 +7,7 @@ import { replyText } from './live.js';
 const StatsPeriod = 3000;
 let visible = () => false;
 let loaded = false;
+let stale = false; // a part could not be read: the next turn reads everything again
 
 export function init(isShown) {
   visible = isShown;
@@ -16,7 +17,7 @@ export function init(isShown) {
     const button = event.target.closest('button[data-io]');
     if (button) setIo(Number(button.dataset.io), Number(button.dataset.state));
   });
-  every(StatsPeriod, loadStats, () => visible() && loaded);
+  every(StatsPeriod, () => (stale ? loadAll() : loadStats()), () => visible() && loaded);
 }
 
 // Called when the device section is shown: everything is read the first time, afterwards the
@@ -29,6 +30,7 @@ export function shown() {
 }
 
 function loadAll() {
+  stale = false;
   return Promise.all([loadIdentity(), loadApps(), loadIo(), loadStats()]);
 }
 
@@ -49,6 +51,7 @@ async function loadIdentity() {
             : el('td', {}, typeof value === 'object' ? JSON.stringify(value) : String(value)))));
     say(message, '');
   } catch (e) {
+    stale = true;
     say(message, e.message, true);
   }
 }
@@ -68,8 +71,10 @@ async function loadApps() {
     choice.replaceChildren(...list.map((index) => el('option', { value: String(index) }, `Application ${index}`)));
     $('app-switch').disabled = list.length === 0;
     choice.value = before && list.map(String).includes(before) ? before : String(answer.active);
+    if (message.classList.contains('error')) say(message, '');
     $('apps-summary').textContent = `${answer.count !== undefined ? answer.count : list.length} applications, active: ${answer.active !== undefined ? answer.active : '–'}`;
   } catch (e) {
+    stale = true;
     say(message, e.message, true);
   }
 }
@@ -78,12 +83,10 @@ async function switchApp() {
   const message = $('apps-message');
   const index = Number($('app-choice').value);
   say(message, `switching to application ${index}…`);
-  try {
-    say(message, replyText(await post('/api/apps', { index }), `switched to application ${index}`));
-  } catch (e) {
-    say(message, e.message, true);
-  }
+  const outcome = await post('/api/apps', { index }).then(
+    (reply) => [replyText(reply, `switched to application ${index}`), false], (e) => [e.message, true]);
   await loadApps();
+  say(message, ...outcome);
 }
 
 async function loadIo() {
@@ -101,7 +104,9 @@ async function loadIo() {
             el('button', { type: 'button', class: 'change', dataset: { io: String(io.io), state: '1' } }, 'Set to 1'),
             ' ',
             el('button', { type: 'button', class: 'change', dataset: { io: String(io.io), state: '0' } }, 'Set to 0')))));
+    if (message.classList.contains('error')) say(message, '');
   } catch (e) {
+    stale = true;
     say(message, e.message, true);
   }
 }
@@ -113,12 +118,10 @@ async function setIo(io, state) {
     return;
   }
   say(message, `setting I/O ${io} to ${state}…`);
-  try {
-    say(message, replyText(await post('/api/io', { io, state }), `I/O ${io} set to ${state}`));
-  } catch (e) {
-    say(message, e.message, true);
-  }
+  const outcome = await post('/api/io', { io, state }).then(
+    (reply) => [replyText(reply, `I/O ${io} set to ${state}`), false], (e) => [e.message, true]);
   await loadIo();
+  say(message, ...outcome);
 }
 
 async function loadStats() {

@@ -2,6 +2,7 @@
 // in it byte by byte beside the byte map, and the PLC decoders of the answer.
 import { get, post, retrying } from './api.js';
 import { $, el, say, debounce } from './dom.js';
+import { locate, lineColumn } from './pointer.js';
 
 const Stored = 'workbench.description';
 const FirstBytes = 4096; // bytes shown before "show all", so a picture in the answer stays quick
@@ -14,6 +15,7 @@ let cover = []; // for each byte, the map entry that says most precisely who wro
 let byteNodes = [];
 let showAll = false;
 let marked = [];
+let awaitingResult = false; // the last format found no result yet: the next one is formatted
 const capacities = new Map(); // list name -> the capacity typed
 
 export function init() {
@@ -64,6 +66,14 @@ export async function start() {
   }
 }
 
+// A new result: formatted when the last try had none to format.
+export function onResult() {
+  if (awaitingResult) {
+    awaitingResult = false;
+    formatNow();
+  }
+}
+
 const check = debounce(checkNow, 400);
 
 async function checkNow() {
@@ -80,14 +90,28 @@ async function checkNow() {
   showProblems(verdict.problems || []);
   say($('validity'), verdict.valid ? 'valid' : `${(verdict.problems || []).length || 'some'} problem${(verdict.problems || []).length === 1 ? '' : 's'}`, !verdict.valid);
   $('validity').classList.toggle('ok', Boolean(verdict.valid));
+  // The answer on show is that of the last description that was valid.
+  for (const part of [$('hex'), $('map-body')]) part.classList.toggle('stale', !verdict.valid);
   if (verdict.valid) formatNow();
 }
 
 function showProblems(problems) {
   $('problems').replaceChildren(
     ...problems.map((p) =>
-      el('li', { class: 'problem' },
+      el('li', { class: 'problem', title: 'show this place in the description', onclick: () => showPlace(p) },
         el('code', { class: 'path' }, p.path || '(the whole text)'), ' ', el('span', {}, p.message || ''))));
+}
+
+// Selects the part of the description a problem is about and scrolls it into view.
+function showPlace(problem) {
+  const box = $('description');
+  const text = box.value;
+  const place = lineColumn(text, problem.message) || locate(text, problem.path && problem.path !== '/' ? problem.path : '');
+  box.focus();
+  box.setSelectionRange(place.start, place.end);
+  const line = text.slice(0, place.start).split('\n').length - 1;
+  const height = parseFloat(getComputedStyle(box).lineHeight) || 16;
+  box.scrollTop = Math.max(0, line * height - box.clientHeight / 3);
 }
 
 async function formatNow() {
@@ -96,12 +120,14 @@ async function formatNow() {
   try {
     answer = await post('/api/format', { description: $('description').value, order: $('order').value });
   } catch (e) {
-    if (e.status === 409) say(message, `${e.message} — trigger the camera or wait for a result`, true);
+    awaitingResult = e.status === 409;
+    if (e.status === 409) say(message, `${e.message}: it is formatted as soon as the camera publishes one`, true);
     else say(message, e.message, true);
     if (e.status === 422 && Array.isArray(e.body.problems)) showProblems(e.body.problems);
     return;
   }
   say(message, '');
+  awaitingResult = false;
   showAll = false;
   showAnswer();
 }
@@ -213,8 +239,16 @@ function showLists(lists) {
 async function decoder(lang) {
   const message = $('decoder-message');
   const records = {};
-  for (const input of $('lists').querySelectorAll('input[data-list]'))
-    if (input.value !== '') records[input.dataset.list] = Number(input.value);
+  const missing = [];
+  for (const input of $('lists').querySelectorAll('input[data-list]')) {
+    const capacity = Number(input.value);
+    if (input.value === '' || !Number.isInteger(capacity) || capacity < 1 || capacity > 65535) missing.push(input.dataset.list);
+    else records[input.dataset.list] = capacity;
+  }
+  if (missing.length) {
+    say(message, `give the most records a PLC reserves for ${missing.join(', ')}: a whole number from 1 to 65535`, true);
+    return;
+  }
   const body = { description: $('description').value, lang, order: $('order').value, records };
   if ($('decoder-name').value.trim()) body.name = $('decoder-name').value.trim();
   say(message, 'writing the decoder…');
@@ -226,7 +260,8 @@ async function decoder(lang) {
     link.click();
     link.remove();
     setTimeout(() => URL.revokeObjectURL(url), 10000);
-    say(message, `saved ${made.file}${made.type ? ` (type ${made.type}` : ''}${made.decoder ? `, decoder ${made.decoder})` : made.type ? ')' : ''}`);
+    const names = [made.type && `type ${made.type}`, typeof made.decoder === 'string' && `decoder ${made.decoder}`].filter(Boolean);
+    say(message, `saved ${made.file}${names.length ? ` (${names.join(', ')})` : ''}`);
   } catch (e) {
     say(message, e.message, true);
   }

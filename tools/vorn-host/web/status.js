@@ -35,6 +35,13 @@ export function show(next) {
     figures ? el('span', { class: 'status-live' }, figures) : null);
 }
 
+// The live figures as each result brings them, between two status reads.
+export function counted(result) {
+  if (!status || typeof result.results !== 'number') return;
+  status = { ...status, live: { results: result.results, skipped: result.skipped, fps: result.fps, id: result.id } };
+  show();
+}
+
 export function lost(isLost) {
   if (serverLost === isLost) return;
   serverLost = isLost;
