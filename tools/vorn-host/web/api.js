@@ -126,3 +126,11 @@ export function events(handlers, onState) {
   };
   open();
 }
+
+// A plug-in reply in a few words: its status, else its reply code.
+export function replyText(reply, done) {
+  if (reply && reply.status !== undefined && reply.status !== '') return `${done}: ${reply.status}`;
+  const code = reply && (reply.reply_code !== undefined ? reply.reply_code : reply.replyCode);
+  if (code !== undefined) return `${done} (reply code ${code})`;
+  return done;
+}

@@ -1,8 +1,7 @@
 // The device: its identity and network, the applications with a switch, the I/O with outputs to
 // set (each after a confirmation), and the decoding statistics, fresh every few seconds.
-import { get, post, every } from './api.js';
+import { get, post, every, replyText } from './api.js';
 import { $, el, say, num } from './dom.js';
-import { replyText } from './live.js';
 
 const StatsPeriod = 3000;
 let visible = () => false;

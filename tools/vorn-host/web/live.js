@@ -1,6 +1,6 @@
 // The live view: the newest result's picture with its ROIs, its distance image in false colour,
 // its models and ROIs, the frame rate; pause and trigger.
-import { get, getBytes, post, withToken } from './api.js';
+import { get, getBytes, post, withToken, replyText } from './api.js';
 import { $, el, say, num } from './dom.js';
 import { parseChunk, showValue, draw, drawScale } from './distance.js';
 import { readModels, stateClass, outline } from './roi.js';
@@ -203,11 +203,4 @@ async function trigger() {
   } catch (e) {
     say(message, e.message, true);
   }
-}
-
-// A plug-in reply in a few words: its status, else its reply code.
-export function replyText(reply, done) {
-  if (reply && reply.status !== undefined && reply.status !== '') return `${done}: ${reply.status}`;
-  if (reply && reply.reply_code !== undefined) return `${done} (reply code ${reply.reply_code})`;
-  return done;
 }
