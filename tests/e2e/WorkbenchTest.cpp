@@ -84,7 +84,9 @@ protected:
     std::string tokenOf(WorkbenchServer const& server)
     {
         httplib::Result const session = Call{server, ""}.send("GET", "/api/session");
-        return objectOf(session->body).value("token").toString().toStdString();
+        if (!session)
+            ADD_FAILURE() << "no session: " << httplib::to_string(session.error()) << "\n" << server.errors();
+        return session ? objectOf(session->body).value("token").toString().toStdString() : "";
     }
 
     RedisEnvironment m_redis;

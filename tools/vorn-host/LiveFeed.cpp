@@ -1,14 +1,18 @@
 #include "LiveFeed.h"
 
 #include <cstring>
+#include <set>
 
 #include <QJsonDocument>
 
 #include "core/ChunkHeader.h"
 #include "core/CommandId.h"
+#include "core/Paths.h"
 #include "core/VornStatus.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FrameClient.h"
+#include "resultsync/FrameDirectory.h"
+#include "resultsync/FrameFormat.h"
 
 namespace vornhost {
 
@@ -41,6 +45,16 @@ QByteArray query(Plugin& plugin, std::string const& id, std::string const& key)
 QByteArray payloadOf(QByteArray const& chunk)
 {
     return chunk.size() > int(sizeof(orv::ChunkHeader)) ? chunk.mid(sizeof(orv::ChunkHeader)) : QByteArray();
+}
+
+// The ids of the frames published and not yet taken.
+std::set<std::string> waitingIds()
+{
+    std::set<std::string> ids;
+    for (orv::resultsync::FrameFile const& file : orv::resultsync::FrameDirectory::list(
+             orv::Paths::frameDir(), orv::resultsync::FrameFormat::FramePrefix))
+        ids.insert(file.id);
+    return ids;
 }
 
 } // namespace
@@ -78,9 +92,19 @@ void LiveFeed::take(std::vector<std::string> const& ids)
     std::string why;
     bool const used = m_gate.use(
         [&](Plugin& plugin) {
+            // The plug-in takes the oldest waiting frame, whatever id it is asked for: a frame the
+            // camera dropped before it was taken is not asked for, or every later answer would be
+            // one frame off.
+            std::set<std::string> const waiting = waitingIds();
             for (size_t i = 0; i + 1 < ids.size(); ++i, ++skipped) {
+                if (waiting.count(ids[i]) == 0)
+                    continue;
                 plugin.call(orv::CommandId::AcquireResultId, ids[i].c_str());
                 plugin.call(orv::CommandId::FreeResultId, ids[i].c_str());
+            }
+            if (waiting.count(next.id) == 0) {
+                next.problem = "result " + next.id + " was taken or dropped before it could be read";
+                return;
             }
             if (succeeded(plugin.call(orv::CommandId::AcquireResultId, next.id.c_str()))) {
                 next.model = payloadOf(query(plugin, next.id, "json_model"));
@@ -94,6 +118,13 @@ void LiveFeed::take(std::vector<std::string> const& ids)
         why);
     if (!used)
         next.problem = why;
+    if (!next.problem.empty()) {
+        // Nothing new to show: the page keeps the last result it could read, and the status says why.
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_skipped += skipped + 1;
+        m_problem = next.problem;
+        return;
+    }
     QJsonObject summary;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -104,6 +135,7 @@ void LiveFeed::take(std::vector<std::string> const& ids)
         next.sequence = m_latest.sequence + 1;
         m_latest = std::move(next);
         m_skipped += skipped;
+        m_problem.clear();
         summary = summaryLocked();
     }
     m_events.publish("result", QJsonDocument(summary).toJson(QJsonDocument::Compact).toStdString());
@@ -125,8 +157,6 @@ QJsonObject LiveFeed::summaryLocked() const
                    m_latest.picture.isEmpty() ? QJsonValue() : "/api/live/amplitude.png?seq=" + sequence);
     summary.insert("distance",
                    m_latest.distance.isEmpty() ? QJsonValue() : "/api/live/distance?seq=" + sequence);
-    if (!m_latest.problem.empty())
-        summary.insert("problem", QString::fromStdString(m_latest.problem));
     return summary;
 }
 
@@ -150,6 +180,8 @@ QJsonObject LiveFeed::countsLocked() const
     counts.insert("skipped", static_cast<qint64>(m_skipped));
     counts.insert("fps", qRound(rate * 10) / 10.0);
     counts.insert("id", m_latest.sequence == 0 ? QJsonValue() : QString::fromStdString(m_latest.id));
+    if (!m_problem.empty())
+        counts.insert("problem", QString::fromStdString(m_problem));
     return counts;
 }
 

@@ -31,7 +31,7 @@ public:
         QByteArray model;      // the json_model text
         QByteArray picture;    // the amplitude PNG with the ROIs drawn
         QByteArray distance;   // the distance image's chunk: header and pixels
-        std::string problem;   // why a part is missing
+        std::string problem;   // why it could not be read
     };
 
     LiveFeed(PluginGate& gate, EventHub& events);
@@ -55,7 +55,8 @@ private:
     EventHub& m_events;
     mutable std::mutex m_mutex;
     Latest m_latest;
-    uint64_t m_skipped = 0;
+    uint64_t m_skipped = 0; // acquired and freed unread, or not readable (m_problem says why)
+    std::string m_problem;  // why the last result could not be read; empty once one is
     std::deque<std::chrono::steady_clock::time_point> m_arrivals; // of the last few seconds
     std::atomic<bool> m_stop{false};
     std::thread m_thread; // last: started when everything it uses is in place

@@ -56,11 +56,26 @@ Plugin* PluginGate::plugin(std::string& why)
 
 bool PluginGate::use(std::function<void(Plugin&)> const& work, std::string& why)
 {
-    std::unique_lock<std::timed_mutex> turn(m_turn, m_patience);
-    if (!turn.owns_lock()) {
-        why = "the plug-in is busy with another request: try again";
-        return false;
+    {
+        std::unique_lock<std::mutex> lock(m_turnMutex);
+        if (!m_turnFree.wait_for(lock, m_patience, [this] { return !m_busy; })) {
+            why = "the plug-in is busy with another request: try again";
+            return false;
+        }
+        m_busy = true;
     }
+    struct Release
+    {
+        PluginGate& gate;
+        ~Release()
+        {
+            {
+                std::lock_guard<std::mutex> lock(gate.m_turnMutex);
+                gate.m_busy = false;
+            }
+            gate.m_turnFree.notify_one();
+        }
+    } const release{*this};
     Plugin* loadedPlugin = plugin(why);
     if (loadedPlugin == nullptr)
         return false;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -42,11 +43,15 @@ public:
     std::string problem() const; // why the last load failed; empty once loaded
 
 private:
-    Plugin* plugin(std::string& why); // call with m_turn held
+    Plugin* plugin(std::string& why); // only in one's turn
 
     std::string m_path;
     std::chrono::milliseconds m_patience;
-    std::timed_mutex m_turn;
+    // The turn: a flag under a plain mutex rather than a timed mutex, whose timed wait the thread
+    // sanitizer cannot follow.
+    std::mutex m_turnMutex;
+    std::condition_variable m_turnFree;
+    bool m_busy = false;
     mutable std::mutex m_state;
     std::unique_ptr<Plugin> m_plugin;
     std::string m_problem = "not loaded yet";
