@@ -68,17 +68,17 @@ int ToolMain::main(int argc, char** argv, std::function<void(Words&)> const& tak
         fprintf(stderr, "%s: %s ('%s --help' lists the options)\n", m_name.c_str(), e.what(), m_name.c_str());
         return 2;
     }
-    std::string const name = words.takeCommand(names());
-    Command const* command = find(name);
-    if (command == nullptr && words.count() > 0 && words.at(0, "") == "help") {
-        command = words.count() > 1 ? find(words.at(1, "")) : nullptr;
-        if (command == nullptr) {
+    // "help CMD" before the command is looked for: CMD is a command's name, not the command to run.
+    if (words.count() > 0 && words.at(0, "") == "help" && find("help") == nullptr) {
+        Command const* asked = words.count() > 1 ? find(words.at(1, "")) : nullptr;
+        if (asked == nullptr)
             printHelp(stdout);
-            return 0;
-        }
-        printCommandHelp(*command);
+        else
+            printCommandHelp(*asked);
         return 0;
     }
+    std::string const name = words.takeCommand(names());
+    Command const* command = find(name);
     if (command == nullptr) {
         if (help || words.count() == 0) {
             printHelp(help ? stdout : stderr);

@@ -30,8 +30,11 @@ DescriptionFile::DescriptionFile(std::string const& path) : m_path(path)
     m_problems = DescriptionCheck(m_text).report();
     // A file holding the bare description is wrapped; one that already is a request stands as it is.
     QJsonObject const object = QJsonDocument::fromJson(m_text).object();
-    m_request =
-        object.contains("format") && !object.contains("elements") ? m_text : "{\"format\":" + m_text + "}";
+    bool const wrapped = object.contains("format") && !object.contains("elements");
+    m_request = wrapped ? m_text : "{\"format\":" + m_text + "}";
+    // The plug-in's check takes the description itself, never the request around it.
+    m_description =
+        wrapped ? QJsonDocument(object.value("format").toObject()).toJson(QJsonDocument::Compact) : m_text;
 }
 
 void DescriptionFile::require() const

@@ -21,6 +21,8 @@ public:
     void require() const;
     // The text as read.
     QByteArray const& text() const { return m_text; }
+    // The description alone, as the plug-in's check takes it (from a request object, its "format").
+    QByteArray const& description() const { return m_description; }
     // The request object with the description under "format", as the plug-in takes it.
     QByteArray const& request() const { return m_request; }
     std::string const& path() const { return m_path; }
@@ -31,6 +33,7 @@ private:
     std::string m_path;
     QByteArray m_text;
     QByteArray m_request;
+    QByteArray m_description;
     QString m_problems;
 };
 

@@ -163,7 +163,7 @@ int runValidate(Plugin& plugin, Output& out, Args& args)
             out.note(problem);
         return 1;
     }
-    QByteArray const text = description.text();
+    QByteArray const text = description.description();
     Reply reply = plugin.call(orv::CommandId::ValidateFormat, text.constData());
     out.reply(reply);
     bool const valid = !reply.empty() && reply.status() == orv::VornStatus::Success;

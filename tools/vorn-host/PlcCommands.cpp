@@ -103,7 +103,7 @@ bool const plcTypesRegistered = registerCommand(
      "says what is wrong. Every field needs a fixed size: binary numbers, constants, and text with a\n"
      "\"width\" that every value fits. Names follow one rule in both languages (docs/plc-guide.md).\n"
      "DESCRIPTION.json may be - for standard input. Needs no plug-in and no Redis.",
-     "vorn-host plc-types docs/examples/format-demo-binary.json --records models=4,rois=16 --lang c", nullptr,
+     "vorn-host plc-types docs/examples/format-plc-rois.json --records models=4,rois=16 --lang c", nullptr,
      runPlcTypesSafely});
 
 } // namespace

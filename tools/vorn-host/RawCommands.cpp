@@ -43,7 +43,7 @@ int runRaw(Plugin& plugin, Output& out, Args& args)
 
 bool const registered = registerCommand({"raw", "send any request id with an integer, pair or text payload",
                                          "raw ID [--int N | --ints A,B | --text TEXT] [--bytes N]",
-                                         "vorn-host raw 20 --text VENDOR --bytes 16", runRaw});
+                                         "vorn-host raw 20 --text vendor --bytes 16", runRaw});
 
 } // namespace
 } // namespace vornhost
