@@ -67,6 +67,17 @@ public:
         return id;
     }
 
+    // Publishes a result with the model and one 176x132 picture as its normalized amplitude and
+    // distance images: what the result cycles read.
+    std::string publishPictured(std::string const& model)
+    {
+        if (m_picture.empty())
+            m_picture = imageChunk(176, 132);
+        uint32_t const size = uint32_t(m_picture.size());
+        return publish(model, {{"normalized_amplitude_image", m_picture.data(), size},
+                               {"distance_image", m_picture.data(), size}});
+    }
+
     // A request of one command with a status word first in its reply; true when that word is 0.
     bool call(int command, void const* payload)
     {
@@ -140,6 +151,7 @@ private:
     test::ScopedEnv m_frameEnv;
     test::RedisEnvironment m_redis;
     resultsync::FramePublisher m_publisher;
+    std::vector<unsigned char> m_picture;
     void* m_library = nullptr;
     void* m_handle = nullptr;
     DataBlock* (*m_call)(void*, DataBlock*) = nullptr;

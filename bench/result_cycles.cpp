@@ -32,17 +32,13 @@ constexpr char SmallFormat[] =
 
 struct Fixture
 {
-    Fixture() : image(orv::bench::imageChunk(176, 132))
+    Fixture()
     {
         // The format request's notes about options it lacks would flood the output.
         qInstallMessageHandler([](QtMsgType, QMessageLogContext const&, QString const&) {});
     }
 
-    std::string publish()
-    {
-        return camera.publish(Model, {{"normalized_amplitude_image", image.data(), uint32_t(image.size())},
-                                      {"distance_image", image.data(), uint32_t(image.size())}});
-    }
+    std::string publish() { return camera.publishPictured(Model); }
 
     // The step that failed, or null.
     char const* cycle(std::string const& id)
@@ -63,7 +59,6 @@ struct Fixture
     }
 
     BenchCamera camera;
-    std::vector<unsigned char> image;
 };
 
 Fixture& fixture()

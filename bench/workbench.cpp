@@ -95,17 +95,12 @@ private:
 
 struct Fixture
 {
-    Fixture() : image(orv::bench::imageChunk(176, 132))
+    Fixture()
     {
         qInstallMessageHandler([](QtMsgType, QMessageLogContext const&, QString const&) {});
     }
-    std::string publish()
-    {
-        return camera.publish(Model, {{"normalized_amplitude_image", image.data(), uint32_t(image.size())},
-                                      {"distance_image", image.data(), uint32_t(image.size())}});
-    }
+    std::string publish() { return camera.publishPictured(Model); }
     BenchCamera camera;
-    std::vector<unsigned char> image;
     // Started after the baseline: the server and the plug-in here would take each other's results.
     std::unique_ptr<orv::test::WorkbenchServer> server;
     std::unique_ptr<EventReader> reader;

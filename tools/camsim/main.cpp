@@ -18,6 +18,7 @@
 #include "CamDBusServices.h"
 #include "FaultCatalog.h"
 #include "FrameProducer.h"
+#include "ToolMain.h"
 #include "Words.h"
 
 namespace {
@@ -118,21 +119,10 @@ Options parse(cli::Words& words)
 int main(int argc, char** argv)
 {
     cli::Words words(std::vector<std::string>(argv + 1, argv + argc));
-    if (words.flag("--version")) {
-        printf("camsim %s\n", KV_VERSION);
-        return 0;
-    }
-    if (words.flag("--help", "-h")) {
-        printHelp();
-        return 0;
-    }
     Options options;
-    try {
-        options = parse(words);
-    } catch (cli::UsageError const& e) {
-        fprintf(stderr, "camsim: %s ('camsim --help' lists the options)\n", e.what());
-        return 2;
-    }
+    if (auto const end =
+            cli::ToolMain::startPlain("camsim", words, printHelp, [&] { options = parse(words); }))
+        return *end;
     // Signals are taken by the main thread alone, synchronously; every thread started later
     // inherits the mask.
     sigset_t signals;

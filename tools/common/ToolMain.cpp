@@ -95,6 +95,26 @@ int ToolMain::main(int argc, char** argv, std::function<void(Words&)> const& tak
     return runCommand(*command, words);
 }
 
+std::optional<int> ToolMain::startPlain(std::string const& name, Words& words,
+                                        std::function<void()> const& help, std::function<void()> const& parse)
+{
+    if (words.flag("--version")) {
+        printf("%s %s\n", name.c_str(), KV_VERSION);
+        return 0;
+    }
+    if (words.flag("--help", "-h")) {
+        help();
+        return 0;
+    }
+    try {
+        parse();
+    } catch (UsageError const& e) {
+        fprintf(stderr, "%s: %s ('%s --help' lists the options)\n", name.c_str(), e.what(), name.c_str());
+        return 2;
+    }
+    return std::nullopt;
+}
+
 int ToolMain::run(Words words) const
 {
     std::string const name = words.takeCommand(names());

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,12 @@ public:
     int main(int argc, char** argv, std::function<void(Words&)> const& takeOptions);
     // Runs one command's words (the tool's options already taken), as a session's line is run.
     int run(Words words) const;
+
+    // The start of a tool without subcommands: answers --version and --help (with `help`), then runs
+    // `parse`, a usage error told in the tools' style. The exit code to end with, or none to go on.
+    static std::optional<int> startPlain(std::string const& name, Words& words,
+                                         std::function<void()> const& help,
+                                         std::function<void()> const& parse);
 
     Command const* find(std::string const& name) const;
     std::string const& name() const { return m_name; }

@@ -10,6 +10,7 @@
 
 #include "PixelDigits.h"
 #include "StateColours.h"
+#include "ToolMain.h"
 #include "Words.h"
 #include "roi/RoiSyncer_RX7100.h"
 
@@ -139,20 +140,9 @@ int paint(Options const& options)
 int main(int argc, char** argv)
 {
     cli::Words words(std::vector<std::string>(argv + 1, argv + argc));
-    if (words.flag("--version")) {
-        printf("roipaint %s\n", KV_VERSION);
-        return 0;
-    }
-    if (words.flag("--help", "-h")) {
-        printHelp();
-        return 0;
-    }
     Options options;
-    try {
-        options = parse(words);
-    } catch (cli::UsageError const& e) {
-        fprintf(stderr, "roipaint: %s ('roipaint --help' lists the options)\n", e.what());
-        return 2;
-    }
+    if (auto const end =
+            cli::ToolMain::startPlain("roipaint", words, printHelp, [&] { options = parse(words); }))
+        return *end;
     return paint(options);
 }
