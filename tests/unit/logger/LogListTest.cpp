@@ -143,15 +143,12 @@ TEST_F(Query, CountsReadsFiltersInsideTheServerAndDeletesTheList)
     EXPECT_TRUE(logger->deleteLogs());
     redis().command({"RPUSH", "LOG:ENTRIES", "garbage", R"({"M":"partial","X":"extra"})"});
     ASSERT_TRUE(logger->getLogEntriesFiltered(entries, 0, -1, nullptr));
-    EXPECT_THAT(
-        entries,
-        ElementsAre(Entry{{"T", "?"},
-                          {"P", "?"},
-                          {"C", "?"},
-                          {"S", "?"},
-                          {"M", "Unrecognized entry"},
-                          {"raw", "garbage"}},
-                    Entry{{"T", "?"}, {"P", "?"}, {"C", "?"}, {"S", "?"}, {"M", "partial"}, {"X", "extra"}}));
+    auto unread = [](Entry entry) { // the members every entry has, "?" where a reader finds none
+        entry.insert({{"T", "?"}, {"P", "?"}, {"C", "?"}, {"S", "?"}});
+        return entry;
+    };
+    EXPECT_THAT(entries, ElementsAre(unread({{"M", "Unrecognized entry"}, {"raw", "garbage"}}),
+                                     unread({{"M", "partial"}, {"X", "extra"}})));
 }
 
 TEST_F(Query, FollowsNewEntriesUntilTheServerDropsTheConnection)
