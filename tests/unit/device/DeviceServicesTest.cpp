@@ -2,7 +2,6 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <tuple>
 
 #include <gmock/gmock.h>
@@ -54,14 +53,14 @@ DeviceBus& deviceBus = *static_cast<DeviceBus*>(AddGlobalTestEnvironment(new Dev
 class DeviceTest : public Test
 {
 protected:
-    void SetUp() override { deviceBus.services->redis.cache().command({"DEL", "LOG:ENTRIES"}); }
+    void SetUp() override { redis().command({"DEL", "LOG:ENTRIES"}); }
     void start(std::vector<std::string> const& faults = {}, int applications = 3)
     {
         ScopedEnv plain("LD_PRELOAD", "");
         camera = std::make_unique<CameraSim>(CameraSimOptions{0, "176x132", 8, applications, faults, ""});
     }
     MirelDBusConnector& connector() { return deviceBus.services->connector; }
-    std::vector<std::string> log() { return deviceBus.services->redis.cache().logMessages(); }
+    RedisServer& redis() { return deviceBus.services->redis.cache(); }
 
     // Runs a command on the connector with `payload` as the request's data; the first `bytes` of
     // the reply's payload as words. Frees the reply like the host.
@@ -101,103 +100,76 @@ TEST_F(DeviceTest, ConnectorRejectsRepliesThatBreakTheServicesConventionAndSaysW
 {
     start();
     camera->setPin(3, 13, 0);
-    std::string text;
-    int value = -1;
-    std::map<std::string, std::string> info;
-    std::vector<int> indices;
-    int active = -1;
-    // What a call answers: its result, and what it left in its outputs.
-    std::function<std::string()> const trigger = [&] { return std::to_string(connector().releaseTrigger()); };
-    std::function<std::string()> const parameter = [&] {
-        text = "unchanged";
-        bool const ok = connector().getDeviceParam("Name", text);
-        return std::to_string(ok) + ":" + text;
-    };
-    std::function<std::string()> const hardware = [&] {
-        info = {{"kept", "yes"}};
-        bool const ok = connector().getHWInfo(info);
-        return std::to_string(ok) + ":" + std::to_string(info.size());
-    };
-    std::function<std::string()> const pin = [&] {
-        value = -1;
-        bool const ok = connector().getIO(3, value);
-        return std::to_string(ok) + ":" + std::to_string(value);
-    };
-    std::function<std::string()> const mode = [&] {
-        value = -1;
-        bool const ok = connector().getIOMode(3, value);
-        return std::to_string(ok) + ":" + std::to_string(value);
-    };
-    std::function<std::string()> const set = [&] { return std::to_string(connector().setIO(3, 1)); };
-    std::function<std::string()> const applications = [&] {
-        indices.clear();
-        return std::to_string(connector().getApplicationList(indices, active));
-    };
-    std::function<std::string()> const switchTo = [&] {
-        return std::to_string(connector().activateApplication(2));
-    };
-    std::function<std::string()> const statistics = [&] {
-        std::map<std::string, unsigned int> data;
-        int const status = connector().getStatisticData(data);
-        return std::to_string(status) + ":" + std::to_string(data.size());
+    // The connector's call to the faulty method: its result, then its outputs when it changed them
+    // (a failure must leave them as they were; the application list's indices are not looked at).
+    auto const call = [&](std::string const& method) {
+        std::string text = "unchanged";
+        int value = -1, active = -1;
+        std::map<std::string, std::string> info = {{"kept", "yes"}};
+        std::vector<int> indices;
+        std::map<std::string, unsigned int> counters;
+        int const result = method == "vornTrigger"          ? connector().releaseTrigger()
+                           : method == "getParameter"       ? connector().getDeviceParam("Name", text)
+                           : method == "getHWInfo"          ? connector().getHWInfo(info)
+                           : method == "getPinStatus"       ? connector().getIO(3, value)
+                           : method == "getIOMode"          ? connector().getIOMode(3, value)
+                           : method == "setPinStatus"       ? connector().setIO(3, 1)
+                           : method == "getApplicationList" ? connector().getApplicationList(indices, active)
+                           : method == "switchApplication"  ? connector().activateApplication(2)
+                                                            : connector().getStatisticData(counters);
+        std::string const outputs = text + " " + std::to_string(value) + " " + std::to_string(info.size()) +
+                                    " " + std::to_string(counters.size());
+        return std::to_string(result) + (outputs == "unchanged -1 1 0" ? "" : " -> " + outputs);
     };
     struct Case
     {
-        char const* fault; // method=kind, as camsim takes it
-        std::function<std::string()> const& call;
+        char const *method, *kind; // the fault, as camsim takes it
         char const* answer;
         std::vector<std::string> logged; // the ERROR entries, in order
     } const cases[] = {
-        {"vornTrigger=code:5", trigger, "5", {}}, // the trigger's single value is the service's own code
-        {"vornTrigger=extra", trigger, "100000002", {"Expected one retval, but got 2"}},
-        {"vornTrigger=type", trigger, "100000002", {"Expected DBUS_TYPE_INT32, but got 115"}},
-        {"vornTrigger=error", trigger, "100000002", {"Error calling dbus method: com.orv.Error.Failed"}},
-        {"vornTrigger=double", trigger, "100000002", {"Unsupported dbus type 100"}},
-        {"getParameter=code:7", parameter, "0:unchanged", {"Error (7) occured: simulated failure"}},
-        {"getParameter=type", parameter, "0:unchanged", {"DBUS_TYPE_INT32 expected"}},
-        {"getParameter=extra", parameter, "0:unchanged", {"Expected three retval, but got 4"}},
-        {"getParameter=valuetype", parameter, "0:unchanged", {"Expected DBUS_TYPE_STRING, but got 105"}},
-        {"getParameter=textcode", parameter, "0:unchanged", {"DBUS_TYPE_INT32 expected"}},
-        {"getHWInfo=novariant", hardware, "0:1", {"DBUS_TYPE_VARIANT expected!", "err process dict"}},
-        {"getHWInfo=baddict",
-         hardware,
-         "0:1",
-         {"DBUS_TYPE_STRING (key and values have to be strings in map) expected!", "err process dict"}},
-        {"getHWInfo=extra", hardware, "0:1", {"Expected three retvals, but got 4"}},
-        {"getHWInfo=valuetype", hardware, "0:1", {"Expected DBUS_TYPE_STRING, but got 105"}},
-        {"getPinStatus=code:7", pin, "0:-1", {"Error (7) occured: simulated failure"}},
-        {"getPinStatus=extra", pin, "0:-1", {"Expected three retvals, but got 4"}},
-        {"getPinStatus=valuetype", pin, "0:-1", {"Expected DBUS_TYPE_INT32, but got 115"}},
-        {"getIOMode=none", mode, "1:13", {"getIOMode: PIN(3) mode: 13"}}, // success, logged at ERROR
-        {"getIOMode=type", mode, "0:-1", {"DBUS_TYPE_INT32 expected"}},
-        {"setPinStatus=extra",
-         set,
+        {"vornTrigger", "code:5", "5", {}}, // the trigger's single value is the service's own code
+        {"vornTrigger", "extra", "100000002", {"Expected one retval, but got 2"}},
+        {"vornTrigger", "type", "100000002", {"Expected DBUS_TYPE_INT32, but got 115"}},
+        {"vornTrigger", "error", "100000002", {"Error calling dbus method: com.orv.Error.Failed"}},
+        {"vornTrigger", "double", "100000002", {"Unsupported dbus type 100"}},
+        {"getParameter", "code:7", "0", {"Error (7) occured: simulated failure"}},
+        {"getParameter", "type", "0", {"DBUS_TYPE_INT32 expected"}},
+        {"getParameter", "extra", "0", {"Expected three retval, but got 4"}},
+        {"getParameter", "valuetype", "0", {"Expected DBUS_TYPE_STRING, but got 105"}},
+        {"getParameter", "textcode", "0", {"DBUS_TYPE_INT32 expected"}},
+        {"getHWInfo", "novariant", "0", {"DBUS_TYPE_VARIANT expected!", "err process dict"}},
+        {"getHWInfo",
+         "baddict",
          "0",
-         {"Expected two retvals, but got 3", "setIO: PIN(3) state(1) res: 0"}},
-        {"setPinStatus=none",
-         set,
+         {"DBUS_TYPE_STRING (key and values have to be strings in map) expected!", "err process dict"}},
+        {"getHWInfo", "extra", "0", {"Expected three retvals, but got 4"}},
+        {"getHWInfo", "valuetype", "0", {"Expected DBUS_TYPE_STRING, but got 105"}},
+        {"getPinStatus", "code:7", "0", {"Error (7) occured: simulated failure"}},
+        {"getPinStatus", "extra", "0", {"Expected three retvals, but got 4"}},
+        {"getPinStatus", "valuetype", "0", {"Expected DBUS_TYPE_INT32, but got 115"}},
+        // A success, logged at ERROR.
+        {"getIOMode", "none", "1 -> unchanged 13 1 0", {"getIOMode: PIN(3) mode: 13"}},
+        {"getIOMode", "type", "0", {"DBUS_TYPE_INT32 expected"}},
+        {"setPinStatus", "extra", "0", {"Expected two retvals, but got 3", "setIO: PIN(3) state(1) res: 0"}},
+        {"setPinStatus",
+         "none",
          "0",
          {"Error (-3) occured: pin is not an output", "setIO: PIN(3) state(1) res: 0"}},
-        {"getApplicationList=noindex", applications, "100000002", {"Key 'Index' not found in map"}},
-        {"getApplicationList=extra", applications, "100000002", {"Expected DBUS_TYPE_DICT, but got 105"}},
-        {"getApplicationList=code:3", applications, "100000002", {"Error (3) occured: simulated failure"}},
-        {"switchApplication=code:9", switchTo, "9", {}},
-        {"switchApplication=extra", switchTo, "100000002", {"Expected 2 retvals, but got 3"}},
-        {"getStatistics=code:5", statistics, "100000002:0", {"Expected 4 retvals, but got 6"}},
-        {"getStatistics=error",
-         statistics,
-         "100000002:0",
-         {"Error calling dbus method: com.orv.Error.Failed"}},
+        {"getApplicationList", "noindex", "100000002", {"Key 'Index' not found in map"}},
+        {"getApplicationList", "extra", "100000002", {"Expected DBUS_TYPE_DICT, but got 105"}},
+        {"getApplicationList", "code:3", "100000002", {"Error (3) occured: simulated failure"}},
+        {"switchApplication", "code:9", "9", {}},
+        {"switchApplication", "extra", "100000002", {"Expected 2 retvals, but got 3"}},
+        {"getStatistics", "code:5", "100000002", {"Expected 4 retvals, but got 6"}},
+        {"getStatistics", "error", "100000002", {"Error calling dbus method: com.orv.Error.Failed"}},
     };
     for (Case const& c : cases) {
-        SCOPED_TRACE(c.fault);
-        std::string const fault = c.fault;
-        std::string const method = fault.substr(0, fault.find('='));
-        camera->setFault(method, fault.substr(fault.find('=') + 1));
-        deviceBus.services->redis.cache().command({"DEL", "LOG:ENTRIES"});
-        EXPECT_EQ(c.call(), c.answer);
-        EXPECT_EQ(deviceBus.services->redis.cache().logMessages("ERROR"), c.logged);
-        camera->setFault(method, "none");
+        SCOPED_TRACE(std::string(c.method) + "=" + c.kind);
+        camera->setFault(c.method, c.kind);
+        redis().command({"DEL", "LOG:ENTRIES"});
+        EXPECT_EQ(call(c.method), c.answer);
+        EXPECT_EQ(redis().logMessages("ERROR"), c.logged);
+        camera->setFault(c.method, "none");
     }
 }
 
@@ -219,7 +191,7 @@ TEST_F(DeviceTest, StatisticsAnswerTheCounterInTheRequestedRepresentationAndAnUn
 
     camera->setFault("getStatistics", "error");
     EXPECT_EQ(statistic(results, 1), "100000004 0 0 null");
-    EXPECT_THAT(log(), Contains("Invalid request key provided: number_of_results"));
+    EXPECT_THAT(redis().logMessages(), Contains("Invalid request key provided: number_of_results"));
 }
 
 TEST_F(DeviceTest, ApplicationListKeepsTheFirst32IndicesAndZeroesUnusedSlots)

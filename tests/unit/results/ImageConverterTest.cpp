@@ -80,23 +80,23 @@ TEST(GreyScaleArrayImageConverter, GivesA16BitArrayTheSamePictureAsTheSameValues
     }
 }
 
-// Three colours: black, green, white.
-class ThreeColours : public orv::ArrayImageConverter
+// A converter with the colour map it is given; one given none never had its map made.
+class GivenColours : public orv::ArrayImageConverter
 {
 public:
-    ThreeColours() { initColorMap(); }
+    explicit GivenColours(QVector<unsigned int> const& colours)
+    {
+        m_colorMap = colours;
+        m_colorMapSize = colours.size();
+    }
 
 protected:
-    void initColorMap() override
-    {
-        m_colorMap = {0xFF000000u, 0xFF00FF00u, 0xFFFFFFFFu};
-        m_colorMapSize = 3;
-    }
+    void initColorMap() override {}
 };
 
 TEST(ArrayImageConverter, BloatsItsColourMapWithColoursInterpolatedBetweenEachPairAndPaintsOnePixel)
 {
-    ThreeColours converter;
+    GivenColours converter({0xFF000000u, 0xFF00FF00u, 0xFFFFFFFFu}); // black, green, white
     converter.bloatColorMap(0);
     converter.bloatColorMap(2);
     converter.setConverterParams(orv::ConverterParams{false, false, false, false, 0, 7, 0});
@@ -109,16 +109,9 @@ TEST(ArrayImageConverter, BloatsItsColourMapWithColoursInterpolatedBetweenEachPa
     EXPECT_EQ(converter.convert_array(&one).pixel(0, 0), expected[3]);
 }
 
-// A converter whose colour map was never made.
-class Uncoloured : public orv::ArrayImageConverter
-{
-protected:
-    void initColorMap() override {}
-};
-
 TEST(ArrayImageConverterDeathTest, EndsTheProgramForAConverterWithoutColoursRatherThanReadOutsideItsMap)
 {
-    Uncoloured converter;
+    GivenColours converter({});
     converter.setMinMax(0, 1);
     EXPECT_DEATH(converter.convertPoint(0.5f), "index out of range");
 }

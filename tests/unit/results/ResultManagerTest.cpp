@@ -23,7 +23,7 @@
 #include "resultsync/FramePublisher.h"
 
 using orv::VORNResultManager;
-using ::testing::ElementsAre;
+using namespace ::testing;
 using Words = std::vector<uint32_t>;
 
 auto const words = [](void const* chunk, size_t n) {
@@ -67,16 +67,11 @@ TEST_F(ResultManagerTest, PersisterKeepsModelsAsJsonTextInTheModelResultFieldOfT
     // The persisters' logger takes run-time configuration like any other: it announces a change.
     ASSERT_TRUE(redis().waitForSubscribers("LOGGER:CFG"));
     redis().command({"PUBLISH", "LOGGER:CFG", R"({"source":"ResultModelRedisPersister","max":77})"});
-    auto const announced = [] {
-        for (std::string const& entry : redis().lrange("LOG:ENTRIES"))
-            if (entry.find("\"S\":\"ResultModelRedisPersister\"") != std::string::npos &&
-                entry.find("max logs(77)") != std::string::npos)
-                return true;
-        return false;
-    };
-    for (int i = 0; i < 500 && !announced(); ++i)
+    auto const announced =
+        Contains(AllOf(HasSubstr("\"S\":\"ResultModelRedisPersister\""), HasSubstr("max logs(77)")));
+    for (int i = 0; i < 500 && !Matches(announced)(redis().lrange("LOG:ENTRIES")); ++i)
         usleep(10000);
-    EXPECT_TRUE(announced());
+    EXPECT_THAT(redis().lrange("LOG:ENTRIES"), announced);
 
     // A persister whose server went away fails every operation and goes on.
     signal(SIGPIPE, SIG_IGN);
