@@ -353,7 +353,9 @@ Configuration configurationOf(Options const& options)
 {
     Configuration c;
     c.source = options.has("--source") ? options.get("--source") : "all";
-    cJSON* text = cJSON_CreateObject();
+    // Owned here: a value out of range throws while the object is being filled.
+    std::unique_ptr<cJSON, void (*)(cJSON*)> const owner(cJSON_CreateObject(), cJSON_Delete);
+    cJSON* text = owner.get();
     cJSON_AddStringToObject(text, "source", c.source.c_str());
     if (options.has("--pid"))
         cJSON_AddNumberToObject(text, "pid", static_cast<double>(number(options, "--pid", 1, INT32_MAX)));
@@ -372,7 +374,6 @@ Configuration configurationOf(Options const& options)
     char* json = cJSON_PrintUnformatted(text);
     c.published = json;
     cJSON_free(json);
-    cJSON_Delete(text);
     return c;
 }
 
@@ -453,7 +454,8 @@ char const kFilterHelp[] =
     "  --grep TEXT        only messages containing TEXT (plain text, not a pattern)\n"
     "  --since TIME       only entries written at or after TIME, in local wall-clock time:\n"
     "                     \"YYYY-MM-DD HH:MM[:SS]\", \"YYYY-MM-DD\", \"HH:MM[:SS]\" (today),\n"
-    "                     or before now: \"-30s\", \"-10min\", \"-2h\", \"-1d\"; also \"now\", \"today\", \"yesterday\"\n"
+    "                     or before now: \"-30s\", \"-10min\", \"-2h\", \"-1d\"; also \"now\", \"today\", "
+    "\"yesterday\"\n"
     "  --until TIME       only entries written at or before TIME (same forms)\n"
     "  --lua EXPR         only entries for which the Lua expression EXPR is true; `entry` is the\n"
     "                     entry's raw JSON text. The filters are run as a Lua script INSIDE the\n"
