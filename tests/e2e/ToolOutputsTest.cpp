@@ -87,6 +87,7 @@ TEST_F(ToolOutputs, QueryOutWritesThePictureOrTextAloneForTheirNamesAndTheChunkO
     std::string session = "acquire " + id + "\n";
     for (auto const& c : cases)
         session += "query " + id + " " + c.key + " --out " + m_dir.file(c.file) + " " + c.flag + "\n";
+    session += "free " + id + "\n"; // as a client gives the result's buffers back
     ProgramRun const run = tool("vorn-host/vorn-host", {"session"}, session);
     ASSERT_EQ(run.exitCode, 0) << run.err;
     for (auto const& c : cases)

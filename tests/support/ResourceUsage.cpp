@@ -36,7 +36,7 @@ ResourceUsage ResourceUsage::now()
     }
     std::ifstream maps("/proc/self/maps");
     for (std::string line; std::getline(maps, line);)
-        ++usage.mappings;
+        usage.mappings += line.find(" /") != std::string::npos ? 1 : 0;
     return usage;
 }
 

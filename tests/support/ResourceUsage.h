@@ -13,6 +13,8 @@ struct ResourceUsage
     // ctest); 0 otherwise, which fails the test in CI.
     long long heap = 0;
     int descriptors = 0;
+    // Mappings of files (frames, shared memory): an allocator's own anonymous regions, which a
+    // sanitizer's grows as it likes, are left out.
     int mappings = 0;
 
     static ResourceUsage now();
