@@ -35,6 +35,19 @@ int32_t Reply::status() const
     return status;
 }
 
+bool socketAccepts(std::string const& path, std::string& why)
+{
+    int const fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    bool const reachable = fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    why = reachable ? "" : strerror(errno);
+    if (fd >= 0)
+        close(fd);
+    return reachable;
+}
+
 namespace {
 
 // The plug-in's load ends the host (an exception out of its static initialisation) when its Redis
@@ -42,15 +55,8 @@ namespace {
 void requireCache()
 {
     std::string const socketPath = orv::Paths::redisCacheSocket();
-    int const fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    socketPath.copy(address.sun_path, sizeof address.sun_path - 1);
-    bool const reachable = fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    std::string const why = reachable ? "" : strerror(errno);
-    if (fd >= 0)
-        close(fd);
-    if (!reachable)
+    std::string why;
+    if (!socketAccepts(socketPath, why))
         throw std::runtime_error("the plug-in needs its Redis cache at " + socketPath + " (" + why +
                                  "): start redis-server there, or point ORV_REDIS_CACHE_SOCKET at one");
 }

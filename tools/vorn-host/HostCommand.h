@@ -119,5 +119,7 @@ Command const* findCommand(std::string const& name);
 std::string statusName(int32_t status);
 int exitCodeFor(Reply const& reply);
 QString hexDump(unsigned char const* data, size_t size);
+// Whether a Unix socket takes a connection (a server listens there); `why` says why not.
+bool socketAccepts(std::string const& path, std::string& why);
 
 } // namespace vornhost

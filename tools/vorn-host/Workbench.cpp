@@ -1,16 +1,12 @@
 #include "Workbench.h"
 
 #include <atomic>
-#include <cerrno>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <random>
 #include <set>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -138,14 +134,8 @@ QJsonObject busStatus()
         return check(true, "the system bus is at " + path + ", which is not looked at here");
     path = path.substr(prefix.size(), path.find(',') == std::string::npos ? std::string::npos
                                                                           : path.find(',') - prefix.size());
-    int const fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un where{};
-    where.sun_family = AF_UNIX;
-    path.copy(where.sun_path, sizeof where.sun_path - 1);
-    bool const reachable = fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&where), sizeof where) == 0;
-    std::string const why = reachable ? "" : strerror(errno);
-    if (fd >= 0)
-        close(fd);
+    std::string why;
+    bool const reachable = socketAccepts(path, why);
     if (!reachable)
         return check(false, "the system bus cannot be reached at " + path + ": " + why +
                                 " (applications, I/O and triggers need it)");
