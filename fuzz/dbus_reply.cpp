@@ -99,10 +99,9 @@ void requireReadable(DBUS_ARG_T const& value, bool inDictionary)
 void requireRoundTrip(orv::DBusMessageCodec const& codec, std::list<DBUS_ARG_T> const& decoded)
 {
     std::list<DBUS_ARG_T> plain;
-    for (DBUS_ARG_T const& value : decoded) {
+    for (DBUS_ARG_T const& value : decoded)
         if (value.type != DBUS_TYPE_DICT_ENTRY)
             plain.push_back(value);
-    }
     MessagePtr message(dbus_message_new(DBUS_MESSAGE_TYPE_METHOD_RETURN));
     require(message != nullptr, "no message to encode into");
     require(orv::DBusMessageCodec::encode(message.get(), plain), "a decoded value that cannot be sent");

@@ -13,15 +13,6 @@
 
 namespace {
 
-char const* const mainIds[] = {"models.count",
-                               "digital_outputs",
-                               "virtual_outputs",
-                               "current_passed",
-                               "activeapp_id",
-                               "statistics_overall_count",
-                               "statistics_frame_duration_max",
-                               "statistics_evaluation_time_median",
-                               "id"};
 char const* const recordIds[] = {"id", "rois.count", "allROIsGood", "bounding_box_x", "numGood"};
 
 void walk(QSharedPointer<RecordListInterface> const& list)
@@ -54,7 +45,9 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     model.getRecursive("ROIs", found);
 
     orv::RecordMain main(nullptr, model, "7");
-    for (char const* id : mainIds)
+    for (char const* id : {"models.count", "digital_outputs", "virtual_outputs", "current_passed",
+                           "activeapp_id", "statistics_overall_count", "statistics_frame_duration_max",
+                           "statistics_evaluation_time_median", "id"})
         main.getValue(id);
     walk(main.getSubRecords("models"));
 

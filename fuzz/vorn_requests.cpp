@@ -4,8 +4,8 @@
 // Each payload is exactly as large as its record, so a read past a field is seen by the sanitizers.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -14,9 +14,9 @@
 #include "ScopedEnv.h"
 #include "TempDir.h"
 #include "core/ChunkHeader.h"
-#include "plugin/KestrelVORN.h"
 #include "device/DeviceReplies.h"
 #include "format/VORNFormatResults.h"
+#include "plugin/KestrelVORN.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FramePublisher.h"
 
@@ -58,6 +58,11 @@ struct Plugin
 };
 
 int const ids[] = {2, 4, 5, 9, 10, 11, 12, 14, 17, 20, 22, 26, 27, 3};
+std::map<int, size_t> const fixedSizes{{2, sizeof(VORNQueryProcessData_t)},
+                                       {11, sizeof(VORNSetIORequest)},
+                                       {12, sizeof(int32_t)},
+                                       {17, sizeof(int32_t)},
+                                       {22, sizeof(VORNStatisticRequest)}};
 
 } // namespace
 
@@ -69,26 +74,9 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     int const id = ids[data[0] % (sizeof ids / sizeof ids[0])];
     std::string const rest(reinterpret_cast<char const*>(data) + 1, size - 1);
     std::vector<unsigned char> payload;
-    auto fixed = [&](size_t bytes) {
-        payload.assign(bytes, 0);
-        memcpy(payload.data(), rest.data(), std::min(bytes, rest.size()));
-    };
     std::vector<char> json; // the format request's text, read by address and length
     FormatResultsRequest format{};
     switch (id) {
-    case 2:
-        fixed(sizeof(VORNQueryProcessData_t));
-        break;
-    case 11:
-        fixed(sizeof(VORNSetIORequest));
-        break;
-    case 12:
-    case 17:
-        fixed(sizeof(int32_t));
-        break;
-    case 22:
-        fixed(sizeof(VORNStatisticRequest));
-        break;
     case 26: {
         size_t const head = std::min(rest.size(), sizeof format.resultId + sizeof format.busByteOrder);
         memcpy(format.resultId, rest.data(), std::min(head, sizeof format.resultId));
@@ -110,8 +98,11 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
         payload.assign(rest.begin(), rest.end());
         payload.push_back(0);
         break;
-    default: // 3, 9, 10, 14: no payload is read
-        break;
+    default: // records of a fixed size; 3, 9, 10, 14: no payload is read
+        if (fixedSizes.count(id) != 0) {
+            payload.assign(fixedSizes.at(id), 0);
+            memcpy(payload.data(), rest.data(), std::min(payload.size(), rest.size()));
+        }
     }
     DataBlock request{};
     request.command = id;

@@ -18,8 +18,7 @@
 
 #include "Process.h"
 
-namespace orv {
-namespace test {
+namespace orv::test {
 namespace {
 
 struct ConnectionClose
@@ -92,11 +91,6 @@ CameraSim::CameraSim(CameraSimOptions const& options)
         stop();
         throw std::runtime_error("camsim did not get ready");
     }
-}
-
-CameraSim::~CameraSim()
-{
-    stop();
 }
 
 std::string CameraSim::readLine(int timeoutMs)
@@ -194,17 +188,10 @@ std::pair<int, int> CameraSim::pin(int pin)
     return {mode, state};
 }
 
-} // namespace test
-} // namespace orv
-
-namespace orv {
-namespace test {
-
 void CameraSim::setCounters(uint32_t triggers, uint32_t results, uint32_t positive, uint32_t negative)
 {
     control("camsimSetCounters", DBUS_TYPE_UINT32, &triggers, DBUS_TYPE_UINT32, &results, DBUS_TYPE_UINT32,
             &positive, DBUS_TYPE_UINT32, &negative, DBUS_TYPE_INVALID);
 }
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

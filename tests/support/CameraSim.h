@@ -13,8 +13,7 @@
 #include "ScopedEnv.h"
 #include "TempDir.h"
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 struct CameraSimOptions
 {
@@ -31,7 +30,7 @@ class CameraSim
 public:
     // Throws std::runtime_error when the camera does not report ready in time.
     explicit CameraSim(CameraSimOptions const& options = {});
-    ~CameraSim();
+    ~CameraSim() { stop(); }
     CameraSim(CameraSim const&) = delete;
     CameraSim& operator=(CameraSim const&) = delete;
 
@@ -67,5 +66,4 @@ private:
     int m_exitCode = -1;
 };
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -3,11 +3,8 @@
 #include "Process.h"
 
 #include <fstream>
-#include <stdexcept>
-#include <unistd.h>
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 DBusDaemon::DBusDaemon() : m_dir("kv-bus")
 {
@@ -44,5 +41,4 @@ DBusDaemon::~DBusDaemon()
     stopProcess(m_pid);
 }
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -9,8 +9,7 @@
 #include "ScopedEnv.h"
 #include "TempDir.h"
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 class DBusDaemon
 {
@@ -25,5 +24,4 @@ private:
     std::unique_ptr<ScopedEnv> m_env;
 };
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 inline uint8_t crc8Bitwise(uint8_t const* data, size_t length)
 {
@@ -39,5 +38,4 @@ inline std::vector<uint8_t> eepromRecord(char letter, std::string const& boardCo
     return record;
 }
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

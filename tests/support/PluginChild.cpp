@@ -22,8 +22,7 @@
 #include "device/DeviceReplies.h"
 #include "format/VORNFormatResults.h"
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 DataBlock* LoadedPlugin::request(void* handle, int id, void const* payload)
 {
@@ -158,5 +157,4 @@ ChildResult PluginChild::wait()
     return result;
 }
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

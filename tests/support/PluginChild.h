@@ -10,8 +10,7 @@
 #include "TempDir.h"
 #include "core/DataBlock.h"
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 class LoadedPlugin
 {
@@ -81,5 +80,4 @@ inline ChildResult runInChild(std::function<int(LoadedPlugin&)> const& body, int
     return PluginChild(body, timeoutMs, "").wait();
 }
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

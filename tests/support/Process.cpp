@@ -3,8 +3,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -17,8 +15,7 @@
 
 #include "KvEmulator.h" // generated: the build's emulator command, empty for a native build
 
-namespace orv {
-namespace test {
+namespace orv::test {
 namespace {
 
 bool accepts(std::string const& socketPath)
@@ -64,12 +61,10 @@ pid_t spawn(std::vector<std::string> const& argv, int outFd, int errFd, int inFd
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent)
             _exit(126);
-        if (inFd >= 0)
-            dup2(inFd, STDIN_FILENO);
-        if (outFd >= 0)
-            dup2(outFd, STDOUT_FILENO);
-        if (errFd >= 0)
-            dup2(errFd, STDERR_FILENO);
+        for (auto const& [from, to] :
+             {std::pair(inFd, STDIN_FILENO), {outFd, STDOUT_FILENO}, {errFd, STDERR_FILENO}})
+            if (from >= 0)
+                dup2(from, to);
         execvp(args[0], args.data());
         _exit(127);
     }
@@ -105,11 +100,9 @@ int stopProcess(pid_t& pid)
 
 void expectNoSanitizerReport(std::string const& errors, std::string const& program)
 {
-    for (char const* mark : {"Sanitizer:", ": runtime error: "})
-        if (errors.find(mark) != std::string::npos) {
-            ADD_FAILURE() << program << " reported:\n" << errors;
-            return;
-        }
+    if (errors.find("Sanitizer:") != std::string::npos ||
+        errors.find(": runtime error: ") != std::string::npos)
+        ADD_FAILURE() << program << " reported:\n" << errors;
 }
 
 ProgramRun runProgram(std::vector<std::string> const& argv, std::string const& input, int timeoutSeconds)
@@ -156,5 +149,4 @@ ProgramRun runProgram(std::vector<std::string> const& argv, std::string const& i
     return run;
 }
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -7,8 +7,7 @@
 #include <sys/types.h>
 #include <vector>
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 // The argument vector that runs a program of this build: directly, or through the build's emulator
 // when the build is for another machine (the camera build under qemu-arm).
@@ -44,5 +43,4 @@ ProgramRun runProgram(std::vector<std::string> const& argv, std::string const& i
 // sanitizer builds a child's report must fail its test whatever the test checks.
 void expectNoSanitizerReport(std::string const& errors, std::string const& program);
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

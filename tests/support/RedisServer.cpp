@@ -12,8 +12,7 @@
 
 #include "Process.h"
 
-namespace orv {
-namespace test {
+namespace orv::test {
 namespace {
 
 RedisReply convert(redisReply const* reply)
@@ -40,11 +39,6 @@ RedisServer::RedisServer(std::string socketPath)
     start();
 }
 
-RedisServer::~RedisServer()
-{
-    stop();
-}
-
 void RedisServer::start()
 {
     m_pid = startSocketService({"redis-server", "--port", "0", "--unixsocket", m_socketPath,
@@ -55,10 +49,8 @@ void RedisServer::start()
 
 void RedisServer::stop()
 {
-    if (m_client != nullptr) {
-        redisFree(m_client);
-        m_client = nullptr;
-    }
+    redisFree(m_client); // nothing when there is no client
+    m_client = nullptr;
     if (m_pid > 0) {
         stopProcess(m_pid);
         unlink(m_socketPath.c_str());
@@ -79,10 +71,8 @@ RedisReply RedisServer::command(std::vector<std::string> const& args)
 {
     std::vector<char const*> argv;
     std::vector<size_t> lengths;
-    for (auto const& a : args) {
-        argv.push_back(a.data());
-        lengths.push_back(a.size());
-    }
+    for (auto const& a : args)
+        argv.push_back(a.data()), lengths.push_back(a.size());
     auto* reply = static_cast<redisReply*>(
         redisCommandArgv(client(), static_cast<int>(argv.size()), argv.data(), lengths.data()));
     if (reply == nullptr)
@@ -132,5 +122,4 @@ RedisEnvironment::RedisEnvironment()
       m_permanentEnv("ORV_REDIS_SOCKET", m_permanent.socketPath())
 {}
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -13,8 +13,7 @@
 
 struct redisContext;
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 struct RedisReply
 {
@@ -29,7 +28,7 @@ class RedisServer
 public:
     // Starts the server and waits (with a deadline) until it accepts connections; throws otherwise.
     explicit RedisServer(std::string socketPath = "");
-    ~RedisServer();
+    ~RedisServer() { stop(); }
     RedisServer(RedisServer const&) = delete;
     RedisServer& operator=(RedisServer const&) = delete;
 
@@ -80,5 +79,4 @@ private:
     ScopedEnv m_permanentEnv;
 };
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

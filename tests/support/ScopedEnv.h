@@ -5,8 +5,7 @@
 #include <optional>
 #include <string>
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 class ScopedEnv
 {
@@ -32,5 +31,4 @@ private:
     std::optional<std::string> m_old;
 };
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -2,14 +2,10 @@
 
 #include <cstdlib>
 #include <stdexcept>
-#include <string>
-#include <unistd.h>
 
 #include <QDir>
-#include <QString>
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 TempDir::TempDir(char const* prefix, char const* parent)
 {
@@ -24,5 +20,4 @@ TempDir::~TempDir()
     QDir(QString::fromStdString(m_path)).removeRecursively();
 }
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -3,8 +3,7 @@
 
 #include <string>
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 class TempDir
 {
@@ -22,5 +21,4 @@ private:
     std::string m_path; // short on purpose: Unix socket paths are limited to 107 bytes
 };
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -11,8 +11,7 @@
 #include <gtest/gtest.h>
 #include <umockdev.h>
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 bool underUmockdev()
 {
@@ -82,5 +81,4 @@ void UmockdevTestbed::removeAll()
     m_devices.clear();
 }
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

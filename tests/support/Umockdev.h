@@ -8,8 +8,7 @@
 
 typedef struct _UMockdevTestbed UMockdevTestbed;
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 bool underUmockdev();
 bool umockdevAvailable();
@@ -34,8 +33,7 @@ private:
     std::vector<std::string> m_devices;
 };
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test
 
 // In a test body: outside the wrapper, re-runs the test inside it and passes on its result.
 #define KV_RUN_UNDER_UMOCKDEV()                                                                              \

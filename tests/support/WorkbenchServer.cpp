@@ -10,8 +10,7 @@
 
 #include "Process.h"
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 WorkbenchServer::WorkbenchServer(std::vector<std::string> const& options)
 {
@@ -52,5 +51,4 @@ std::string WorkbenchServer::errors() const
     return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -8,8 +8,7 @@
 
 #include "TempDir.h"
 
-namespace orv {
-namespace test {
+namespace orv::test {
 
 class WorkbenchServer
 {
@@ -30,5 +29,4 @@ private:
     std::string m_address;
 };
 
-} // namespace test
-} // namespace orv
+} // namespace orv::test

@@ -34,11 +34,8 @@ TEST(JsonParser, AnswersAsQtDoesForEveryTextWithoutARepeatedKeyWhereverItIsCut)
 
 TEST(JsonParser, KeepsTheLastOfRepeatedKeysAsQtDoesWithoutLosingMemory)
 {
-    struct Case
-    {
-        char const* text;
-        char const* expected; // compact JSON, or Qt's error text
-    } const cases[] = {
+    // The text, and compact JSON or Qt's error text.
+    std::pair<char const*, char const*> const cases[] = {
         {R"({"a":{"x":1},"b":[0.1,-7,1e300],"a":{"y":[1,{"z":2,"z":3}]}})",
          R"({"a":{"y":[1,{"z":3}]},"b":[0.1,-7,1e+300]})"},
         {R"({"a":{"x":{"k":1,"k":[2]},"y":2},"b":{"a":3},"b":{"x":4},"a":5})", R"({"a":5,"b":{"x":4}})"},
@@ -53,44 +50,37 @@ TEST(JsonParser, KeepsTheLastOfRepeatedKeysAsQtDoesWithoutLosingMemory)
         return error.error == QJsonParseError::NoError ? document.toJson(QJsonDocument::Compact).toStdString()
                                                        : error.errorString().toStdString();
     };
-    for (Case const& c : cases)
-        EXPECT_EQ(parse(c.text), c.expected) << c.text;
+    for (auto const& [text, expected] : cases)
+        EXPECT_EQ(parse(text), expected) << text;
 
     orv::test::ResourceUsage const before = orv::test::ResourceUsage::now();
     for (int i = 0; i < 100; ++i)
-        for (Case const& c : cases)
-            parse(c.text);
+        for (auto const& c : cases)
+            parse(c.first);
     EXPECT_LT((orv::test::ResourceUsage::now() - before).heap, 2048);
 }
 
 TEST(JsonParser, KeepsANumberWrittenWithAFractionOrAnExponentADoubleWhereQtMakesAnInteger)
 {
-    struct Case
-    {
-        char const* text;
-        char const* types; // the types of the leaves, in the order QJsonDocument lists them
-    } const cases[] = {
+    // The text, and the types of its leaves in the order QJsonDocument lists them.
+    std::pair<char const*, char const*> const cases[] = {
         {R"({"a":1.2345678901234568e+17,"b":2.0,"c":2,"d":1e2,"e":2.5,"f":1e300,"g":"2.0"})",
          "double double qlonglong double double double QString"},
         {R"({"a":[1.5e3,7,{"b":-0.0,"c":[0E0]}]})", "double qlonglong double double"},
         {R"({"a":2.0,"a":3,"b":{"c":1e2},"b":{"d":1},"e":{"f":1e2},"e":{"f":5}})",
          "qlonglong qlonglong qlonglong"},
     };
-    for (Case const& c : cases) {
-        std::function<QString(QVariant const&)> leaves = [&](QVariant const& v) -> QString {
-            QString all;
-            if (v.userType() == QMetaType::QVariantMap)
-                for (QVariant const& member : v.toMap())
-                    all += leaves(member);
-            else if (v.userType() == QMetaType::QVariantList)
-                for (QVariant const& element : v.toList())
-                    all += leaves(element);
-            else
-                all += QString(v.typeName()) + ' ';
-            return all;
-        };
-        EXPECT_EQ(leaves(orv::JsonParser::toVariant(c.text)).trimmed().toStdString(), c.types) << c.text;
-    }
+    std::function<QString(QVariant const&)> leaves = [&](QVariant const& v) {
+        bool const map = v.userType() == QMetaType::QVariantMap;
+        if (!map && v.userType() != QMetaType::QVariantList)
+            return QString(v.typeName()) + ' ';
+        QString all;
+        for (QVariant const& inner : map ? v.toMap().values() : v.toList())
+            all += leaves(inner);
+        return all;
+    };
+    for (auto const& [text, types] : cases)
+        EXPECT_EQ(leaves(orv::JsonParser::toVariant(text)).trimmed().toStdString(), types) << text;
     EXPECT_EQ(orv::JsonParser::toVariant(R"({"a":1.2345678901234568e+17})").toMap().value("a").toDouble(),
               1.2345678901234568e+17);
 }

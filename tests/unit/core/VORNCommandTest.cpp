@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "plugin/KestrelVORN.h"
 #include "core/VORNCommand.h"
+#include "plugin/KestrelVORN.h"
 
 TEST(DataBlockLayout, HasEightWordsAroundThePayloadPointerWithTheCommandFifth)
 {
@@ -40,7 +40,6 @@ TEST(GetCommand, FindsOnlyExactIds)
 
     EXPECT_EQ(get_command(table, 2), &two);
     EXPECT_EQ(get_command(table, 4), &four);
-    EXPECT_EQ(get_command(table, 3), nullptr); // the next key up is 4, not 3
-    EXPECT_EQ(get_command(table, 5), nullptr);
-    EXPECT_EQ(get_command(table, -1), nullptr);
+    for (int id : {3, 5, -1}) // for 3 the next key up is 4
+        EXPECT_EQ(get_command(table, id), nullptr) << id;
 }

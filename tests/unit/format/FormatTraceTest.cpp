@@ -1,6 +1,7 @@
 // The byte map of an output: what each element of a description wrote where, from the plan itself.
 #include <cmath>
 #include <limits>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -110,62 +111,52 @@ TEST(FormatTrace, NamesThePlaceTheRecordIdAndWhatWasNotAsAsked)
 TEST(FormatTrace, TheNoteOfEveryIntegerEdgeSaysWhatItsBytesHold)
 {
     double const inf = std::numeric_limits<double>::infinity(), nan = std::nan("");
-    // type, value, options, the text written, the note
-    struct Case
-    {
-        char const* type;
-        QVariant value;
-        QVariantMap options;
-        char const* text;
-        char const* note;
-    } const cases[] = {
-        {"int64", 9.2233720368547e18, {}, "9223372036854700032", ""}, // below 2^63: exact
-        {"int64", 9223372036854775807.0, {}, "9223372036854775807", "clamped to the range of int64"}, // 2^63
-        {"int64", -9.3e18, {}, "-9223372036854775808", "clamped to the range of int64"},
+    // type, value, options, the text written, the note ("clamped": clamped to the range of the type;
+    // "sign": of the other sign, its 64 bits written as the type)
+    std::tuple<char const*, QVariant, QVariantMap, char const*, char const*> const cases[] = {
+        {"int64", 9.2233720368547e18, {}, "9223372036854700032", ""},           // below 2^63: exact
+        {"int64", 9223372036854775807.0, {}, "9223372036854775807", "clamped"}, // 2^63
+        {"int64", -9.3e18, {}, "-9223372036854775808", "clamped"},
         {"int64", -9223372036854775808.0, {}, "-9223372036854775808", ""}, // -2^63 is in range
         {"int64", nan, {}, "0", "not a number: 0 written"},
-        {"int64", inf, {}, "9223372036854775807", "clamped to the range of int64"},
-        {"int64", -inf, {}, "-9223372036854775808", "clamped to the range of int64"},
+        {"int64", inf, {}, "9223372036854775807", "clamped"},
+        {"int64", -inf, {}, "-9223372036854775808", "clamped"},
         {"int64", 2.5, {}, "3", "fraction rounded"},
-        {"int64",
-         qlonglong(4611686018427387904),
-         {{"scale", 4}},
-         "9223372036854775807",
-         "clamped to the range of int64"},
-        {"uint64",
-         qlonglong(-1),
-         {},
-         "18446744073709551615",
-         "of the other sign: its 64 bits written as uint64"},
-        {"uint64", -1.5, {}, "18446744073709551615", "of the other sign: its 64 bits written as uint64"},
-        {"uint64", 18446744073709551616.0, {}, "18446744073709551615", "clamped to the range of uint64"},
+        {"int64", qlonglong(4611686018427387904), {{"scale", 4}}, "9223372036854775807", "clamped"},
+        {"uint64", qlonglong(-1), {}, "18446744073709551615", "sign"},
+        {"uint64", -1.5, {}, "18446744073709551615", "sign"},
+        {"uint64", 18446744073709551616.0, {}, "18446744073709551615", "clamped"},
         {"uint64", 1.8446744073709550e19, {}, "18446744073709549568", ""},
         {"uint64", nan, {}, "0", "not a number: 0 written"},
-        {"uint64", -inf, {}, "0", "clamped to the range of uint64"},
+        {"uint64", -inf, {}, "0", "clamped"},
         {"int8", 127.9, {}, "127", "fraction cut"},
-        {"int8", 128, {}, "127", "clamped to the range of int8"},
-        {"int8", -128.5, {}, "-128", "clamped to the range of int8"}, // below the range before the cut
-        {"int8", -129, {}, "-128", "clamped to the range of int8"},
+        {"int8", 128, {}, "127", "clamped"},
+        {"int8", -128.5, {}, "-128", "clamped"}, // below the range before the cut
+        {"int8", -129, {}, "-128", "clamped"},
         {"int8", nan, {}, "0", "not a number: 0 written"},
-        {"int8", inf, {}, "127", "clamped to the range of int8"},
+        {"int8", inf, {}, "127", "clamped"},
         {"int8", "x", {}, "0", "no number: 0 written"},
-        {"uint8", -0.5, {}, "0", "clamped to the range of uint8"},
-        {"uint8", -1, {}, "0", "clamped to the range of uint8"},
+        {"uint8", -0.5, {}, "0", "clamped"},
+        {"uint8", -1, {}, "0", "clamped"},
     };
     orv::test::MessageCapture quiet;
-    for (Case const& c : cases) {
-        SCOPED_TRACE(std::string(c.type) + " " + c.value.toString().toStdString());
-        QVariantMap options = c.options;
-        options.insert("type", c.type);
+    for (auto const& [type, value, given, written, note] : cases) {
+        SCOPED_TRACE(std::string(type) + " " + value.toString().toStdString());
+        QVariantMap options = given;
+        options.insert("type", type);
         options.insert("dataencoding", "ascii");
         VornFormatSettings settings;
         settings.loadSettingsFromVariants(options);
         std::string text;
         unsigned effects = 0;
-        VornFormatter::formatInto(c.value, settings, text, &effects);
-        FormatTraceEntry const entry = FormatTrace::valueEntry(c.value, settings, text.size(), effects);
-        EXPECT_EQ(text, c.text);
-        EXPECT_EQ(entry.note.toStdString(), c.note);
+        VornFormatter::formatInto(value, settings, text, &effects);
+        FormatTraceEntry const entry = FormatTrace::valueEntry(value, settings, text.size(), effects);
+        std::string const expected =
+            note == std::string("clamped") ? "clamped to the range of " + std::string(type)
+            : note == std::string("sign")  ? "of the other sign: its 64 bits written as " + std::string(type)
+                                           : note;
+        EXPECT_EQ(text, written);
+        EXPECT_EQ(entry.note.toStdString(), expected);
         EXPECT_EQ(entry.length, text.size());
     }
 }

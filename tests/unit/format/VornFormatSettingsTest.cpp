@@ -65,33 +65,24 @@ TEST(VornFormatSettings, ReportsABadValueOrAnUnknownKeyWithTheEstablishedTextAnd
 
 TEST(VornFormatSettings, HoldsWidthAndPrecisionWithinTheSchemasBoundsAndSaysSo)
 {
-    struct Case
-    {
-        int width, precision;
-        char const* fields;   // width and precision as held
-        QStringList messages; // the notes, after "critical: Unexpect value of "
-    } const cases[] = {
-        {0, 0, "0 ' ' 0", {}},
-        {65535, 99, "65535 ' ' 99", {}},
-        {65536,
-         100,
-         "65535 ' ' 99",
-         {"'width' QVariant(int, 65536), using 65535", "'precision' QVariant(int, 100), using 99"}},
-        {-1,
-         -2147483647,
-         "0 ' ' 0",
-         {"'width' QVariant(int, -1), using 0", "'precision' QVariant(int, -2147483647), using 0"}},
-    };
+    // width and precision given, and as held: each one held otherwise is said to be so
+    std::tuple<int, int, int, int> const cases[] = {
+        {0, 0, 0, 0}, {65535, 65535, 99, 99}, {65536, 65535, 100, 99}, {-1, 0, -2147483647, 0}};
     MessageCapture messages;
-    for (Case const& c : cases) {
+    for (auto const& [width, heldWidth, precision, heldPrecision] : cases) {
         messages.clear();
-        EXPECT_EQ(fieldsOf({{"type", "float32"},
-                            {"dataencoding", "ascii"},
-                            {"width", c.width},
-                            {"precision", c.precision}}),
-                  std::string("70 1 0 0 ") + c.fields + "f 1 '.' 10 0")
-            << c.width;
-        QStringList notes = messages.all();
-        EXPECT_EQ(notes.replaceInStrings("critical: Unexpect value of ", ""), c.messages) << c.width;
+        EXPECT_EQ(
+            fieldsOf(
+                {{"type", "float32"}, {"dataencoding", "ascii"}, {"width", width}, {"precision", precision}}),
+            "70 1 0 0 " + std::to_string(heldWidth) + " ' ' " + std::to_string(heldPrecision) +
+                "f 1 '.' 10 0")
+            << width;
+        QStringList expected;
+        for (auto const& [key, given, held] :
+             {std::tuple("width", width, heldWidth), {"precision", precision, heldPrecision}})
+            if (given != held)
+                expected << QString("critical: Unexpect value of '%1' QVariant(int, %2), using %3")
+                                .arg(key, QString::number(given), QString::number(held));
+        EXPECT_EQ(messages.all(), expected) << width;
     }
 }

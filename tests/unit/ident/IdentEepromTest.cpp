@@ -80,9 +80,8 @@ TEST(EepromOnDevices, ReadsTheRecordOfAKindFromItsAt24DeviceOnly)
           {"i2c", nullptr, sizeof path}})
         EXPECT_FALSE(sysfsudev_resolve_path(subsystem, driver, nullptr, path, size)) << size;
     EXPECT_FALSE(ident_eeprom_read(KS_EEPROM_MAIN, buffer, 127));
-    EXPECT_FALSE(ident_eeprom_read(15, buffer, sizeof buffer));
-    EXPECT_FALSE(ident_eeprom_read(KS_EEPROM_DISPLAY, buffer, sizeof buffer));
-    EXPECT_FALSE(ident_eeprom_read(KS_EEPROM_FRONTEND, buffer, sizeof buffer));
+    for (int kind : {15, int(KS_EEPROM_DISPLAY), int(KS_EEPROM_FRONTEND)})
+        EXPECT_FALSE(ident_eeprom_read(kind, buffer, sizeof buffer)) << kind;
 }
 
 TEST(EepromOnDevices, CapabilitiesNeedTheListedBoardAndTheListedArticle)

@@ -1,11 +1,9 @@
 // The device-info command and its queries.
 #include <cstring>
-#include <iterator>
 #include <sched.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <tuple>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -50,8 +48,7 @@ protected:
         EXPECT_EQ(std::string(echo, strnlen(echo, 256)), status == VornStatus::RejectedArgument ? "" : key);
         std::string const answer =
             status != 0 ? std::to_string(status) : std::string(echo + 256, strnlen(echo + 256, 256));
-        free(reply->data);
-        free(reply);
+        free(reply->data), free(reply);
         return answer;
     }
 
