@@ -6,7 +6,6 @@
 
 #include <cjson/cJSON.h>
 #include <event2/event.h>
-#include <event2/thread.h>
 #include <hiredis/adapters/libevent.h>
 #include <hiredis/async.h>
 #include <hiredis/hiredis.h>
@@ -96,7 +95,7 @@ bool RedisLoggerPimpl::json2Entry(Entry& entry, char const* json)
 void RedisLoggerPimpl::subscribeLatest(void (*callback)(Entry&))
 {
     signal(SIGPIPE, SIG_IGN);
-    evthread_use_pthreads();
+    // The base is made, run and freed in this thread alone: libevent needs no locks for it.
     event_base* base = event_base_new();
     redisAsyncContext* async = connectAsync(*this);
     if (async == nullptr || async->err != 0) {
