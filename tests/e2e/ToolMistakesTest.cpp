@@ -81,7 +81,12 @@ TEST_F(ToolMistakes, EachSaysWhatIsWrongAndWhatToDoWithANonZeroExit)
         {host, {"plc-types", "{dir}/kinds.json"}, "", 1, "/elements/0/type: \"uint12\" is not one of"},
         {host, {"validate", "{dir}/kinds.json"}, "", 1, "allowed: string, int8, int16, int32, uint8"},
         {host, {"validate", "{dir}/kinds.json"}, "", 1, "/elements/1/id: \"model\": the records here"},
-        {host, {"validate", "{dir}/kinds.json"}, "", 1, "/elements/2/format/dataencoding: \"binery\""},
+        {host,
+         {"validate", "{dir}/kinds.json"},
+         "",
+         1,
+         "/elements/2/format/dataencoding: \"binery\" is not one of the allowed values; allowed: ascii, "
+         "binary"},
         {host, {"plc-types", "{dir}/good.json", "--lang", "basic"}, "", 2, "--lang is st or c"},
         {host, {"plc-types", "{dir}/good.json"}, "", 1, "(\"activeapp_id\") is text of no fixed width"},
         {host, {"plc-types", "{dir}/nothing.json"}, "", 2, "cannot read {dir}/nothing.json: No such file"},

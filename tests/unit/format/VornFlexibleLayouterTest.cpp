@@ -12,14 +12,18 @@ using orv::test::MessageCapture;
 
 namespace {
 
-QByteArray layout(char const* result, char const* format)
+// The result laid out whole, or only its list of that name.
+QByteArray layout(char const* result, char const* format, QString const& list = {})
 {
     QByteArray text(result);
     ResultModel model;
     EXPECT_TRUE(model.parse(text)) << result;
+    auto const record = QSharedPointer<orv::RecordMain>::create(nullptr, model, "1");
+    QVariantMap const description = QJsonDocument::fromJson(format).toVariant().toMap();
     QByteArray out;
-    VornFlexibleLayouter().serializeRecord(QSharedPointer<orv::RecordMain>::create(nullptr, model, "1"),
-                                           QJsonDocument::fromJson(format).toVariant().toMap(), {}, out);
+    list.isEmpty()
+        ? VornFlexibleLayouter().serializeRecord(record, description, {}, out)
+        : VornFlexibleLayouter().serializeRecordList(record->getSubRecords(list), description, {}, out);
     return out;
 }
 
@@ -27,7 +31,12 @@ QByteArray layout(char const* result, char const* format)
 
 TEST(VornFlexibleLayouter, WritesConstantsValuesAndBlobsInElementOrderWithoutSeparators)
 {
-    MessageCapture quiet;
+    MessageCapture messages;
+    // A list on its own: its elements once per record, each with its note, a constant's too.
+    EXPECT_EQ(layout(R"({"model_002":{"n":2},"model_001":{"n":1}})",
+                     R"({"elements":[{"type":"uint8","id":"n"},{"type":"string","value":";"}]})", "models"),
+              "1;2;");
+    EXPECT_EQ(messages.all().count("warning: Missing 'dataencoding' is missing"), 4);
     EXPECT_EQ(
         layout(R"({"start":"ignored","x":"rec","a":258,"b":"txt","c":1.2345678901234568e+17})",
                R"({"elements":[{"type":"string","id":"start","value":"START"},{"type":"blob","value":"0d0a"},
