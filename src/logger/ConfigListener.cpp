@@ -80,26 +80,37 @@ void RedisLoggerPimpl::stopConfigThread()
     g_configTimer = nullptr;
 }
 
-void RedisLoggerPimpl::configThread(RedisLoggerPimpl* pimpl)
+redisAsyncContext* subscribeAsync(RedisLoggerPimpl const& pimpl, event_base* base, AsyncState& state,
+                                  redisCallbackFn* onMessage, void* data, char const* channel)
 {
-    signal(SIGPIPE, SIG_IGN);
-    redisAsyncContext* async = connectAsync(*pimpl);
+    redisAsyncContext* async = connectAsync(pimpl);
     if (async == nullptr || async->err != 0) {
         fprintf(stderr, "Error: %s\n", async != nullptr ? async->errstr : "cannot allocate connection");
         if (async != nullptr)
             redisAsyncFree(async);
+        return nullptr;
+    }
+    async->data = &state;
+    redisLibeventAttach(async, base);
+    redisAsyncSetConnectCallback(async, RedisLoggerPimpl::connectCallback);
+    redisAsyncSetDisconnectCallback(async, RedisLoggerPimpl::disconnectCallback);
+    redisAsyncCommand(async, onMessage, data, "SUBSCRIBE %s", channel);
+    return async;
+}
+
+void RedisLoggerPimpl::configThread(RedisLoggerPimpl* pimpl)
+{
+    signal(SIGPIPE, SIG_IGN);
+    // Another thread wakes this loop to stop it (stopConfigThread), so libevent needs its locks.
+    evthread_use_pthreads();
+    event_base* base = event_base_new();
+    AsyncState state;
+    redisAsyncContext* async = subscribeAsync(*pimpl, base, state, configThreadCb, nullptr, kConfigChannel);
+    if (async == nullptr) {
+        event_base_free(base);
         signalStartDone(false);
         return;
     }
-    AsyncState state;
-    async->data = &state;
-
-    evthread_use_pthreads();
-    event_base* base = event_base_new();
-    redisLibeventAttach(async, base);
-    redisAsyncSetConnectCallback(async, connectCallback);
-    redisAsyncSetDisconnectCallback(async, disconnectCallback);
-    redisAsyncCommand(async, configThreadCb, nullptr, "SUBSCRIBE %s", kConfigChannel);
 
     event* timer = event_new(base, -1, EV_PERSIST, timerFunc, nullptr);
     timeval const second{1, 0};

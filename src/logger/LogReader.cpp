@@ -6,7 +6,6 @@
 
 #include <cjson/cJSON.h>
 #include <event2/event.h>
-#include <hiredis/adapters/libevent.h>
 #include <hiredis/async.h>
 #include <hiredis/hiredis.h>
 
@@ -97,25 +96,14 @@ void RedisLoggerPimpl::subscribeLatest(void (*callback)(Entry&))
     signal(SIGPIPE, SIG_IGN);
     // The base is made, run and freed in this thread alone: libevent needs no locks for it.
     event_base* base = event_base_new();
-    redisAsyncContext* async = connectAsync(*this);
-    if (async == nullptr || async->err != 0) {
-        fprintf(stderr, "Error: %s\n", async != nullptr ? async->errstr : "cannot allocate connection");
-        if (async != nullptr)
-            redisAsyncFree(async);
-        event_base_free(base);
-        return;
-    }
     AsyncState state;
-    async->data = &state;
-    redisLibeventAttach(async, base);
-    redisAsyncSetConnectCallback(async, connectCallback);
-    redisAsyncSetDisconnectCallback(async, disconnectCallback);
-    redisAsyncCommand(async, subCallback, reinterpret_cast<void*>(callback), "SUBSCRIBE %s", logKey.c_str());
-
-    event_base_dispatch(base);
-
-    if (state.alive)
-        redisAsyncFree(async);
+    redisAsyncContext* async =
+        subscribeAsync(*this, base, state, subCallback, reinterpret_cast<void*>(callback), logKey.c_str());
+    if (async != nullptr) {
+        event_base_dispatch(base);
+        if (state.alive)
+            redisAsyncFree(async);
+    }
     event_base_free(base);
 }
 

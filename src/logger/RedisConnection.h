@@ -45,6 +45,13 @@ inline redisAsyncContext* connectAsync(RedisLoggerPimpl const& pimpl)
     return redisAsyncConnect(pimpl.host.c_str(), pimpl.port);
 }
 
+// Connects to the logger's Redis asynchronously, attaches the connection to `base` with the connect
+// and disconnect callbacks and subscribes to `channel`, whose messages go to `onMessage` with `data`.
+// Null, with the reason on standard error, when no connection can be made. The caller runs the loop
+// and then frees the connection if `state` says it is still alive.
+redisAsyncContext* subscribeAsync(RedisLoggerPimpl const& pimpl, event_base* base, AsyncState& state,
+                                  redisCallbackFn* onMessage, void* data, char const* channel);
+
 inline bool isMessage(redisReply const* reply)
 {
     return reply != nullptr && reply->type == REDIS_REPLY_ARRAY && reply->elements == 3 &&
