@@ -80,6 +80,10 @@ void LiveFeed::watch()
         std::vector<std::string> ids{frame->getId()};
         while ((frame = observer.waitForFrame(0)))
             ids.push_back(frame->getId());
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_newest = ids.back();
+        }
         take(ids);
     }
 }
@@ -145,6 +149,12 @@ LiveFeed::Latest LiveFeed::latest() const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_latest;
+}
+
+std::string LiveFeed::newest() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_newest;
 }
 
 QJsonObject LiveFeed::summaryLocked() const

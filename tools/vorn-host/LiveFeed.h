@@ -38,6 +38,10 @@ public:
     ~LiveFeed(); // stops the watching thread
 
     Latest latest() const;
+    // The id of the newest result the camera published, whether this feed or another client took
+    // it; empty before the first. Redis holds it longer than the one shown if another client takes
+    // the frames as fast as this feed.
+    std::string newest() const;
     // The /api/live object (and the "result" event): id, sequence, rate, model and the URLs.
     QJsonObject summary() const;
     // Results taken, results skipped, results per second over the last seconds, the newest id.
@@ -55,6 +59,7 @@ private:
     EventHub& m_events;
     mutable std::mutex m_mutex;
     Latest m_latest;
+    std::string m_newest;
     uint64_t m_skipped = 0; // acquired and freed unread, or not readable (m_problem says why)
     std::string m_problem;  // why the last result could not be read; empty once one is
     std::deque<std::chrono::steady_clock::time_point> m_arrivals; // of the last few seconds

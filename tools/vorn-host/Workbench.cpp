@@ -535,10 +535,12 @@ void Workbench::formatRoutes()
         }));
     m_server->Post("/api/format", withDescription([this](QJsonObject const&, std::string const& path,
                                                          bool big, httplib::Response& response) {
-                       LiveFeed::Latest const latest = m_live->latest();
-                       if (latest.sequence == 0)
+                       // The newest published, not the newest shown: with a second client taking
+                       // frames, the one shown may already be gone from Redis.
+                       std::string const id = m_live->newest();
+                       if (id.empty())
                            return refuse(response, 409, "no result yet: trigger the camera");
-                       std::vector<std::string> words{latest.id, path};
+                       std::vector<std::string> words{id, path};
                        if (big)
                            words.push_back("--big-endian");
                        PluginGate::Answer formatted = m_gate.run("format", words);
@@ -553,7 +555,7 @@ void Workbench::formatRoutes()
                                !lists.contains(entry.toObject().value("id")))
                                lists.append(entry.toObject().value("id"));
                        QJsonObject body = formatted.body;
-                       body.insert("id", QString::fromStdString(latest.id));
+                       body.insert("id", QString::fromStdString(id));
                        body.insert("map", map);
                        body.insert("lists", lists);
                        // The map is made by the plug-in's code here; it belongs to these bytes only if it
