@@ -25,7 +25,8 @@ struct Connection
 };
 
 // hiredis contexts are not thread-safe, hence one per thread; it follows the socket path so that a
-// process pointed at another cache reconnects.
+// process pointed at another cache reconnects. A context that failed, to connect or later, is
+// replaced on the next call.
 redisContext* connection()
 {
     thread_local Connection c;
@@ -35,12 +36,8 @@ redisContext* connection()
     if (!c.context) {
         c.context.reset(redisConnectUnix(path.c_str()));
         c.socketPath = path;
-        if (!c.context || c.context->err != 0) {
-            c.context.reset();
-            return nullptr;
-        }
     }
-    return c.context.get();
+    return c.context && c.context->err == 0 ? c.context.get() : nullptr;
 }
 
 // A write to a cache that went away must not end the host process with SIGPIPE: the signal is
@@ -53,8 +50,7 @@ public:
         sigemptyset(&m_pipe);
         sigaddset(&m_pipe, SIGPIPE);
         sigset_t pending;
-        sigpending(&pending);
-        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
+        m_wasPending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
         pthread_sigmask(SIG_BLOCK, &m_pipe, &m_old);
     }
     ~SigpipeGuard()
