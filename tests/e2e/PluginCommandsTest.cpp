@@ -90,7 +90,9 @@ TEST_F(PluginCommands, EveryIdAnswersWithItsRecordOnTheSimulatedCameraRoundAfter
                 host.ask("address", 20, "ipv4_address");
                 return;
             }
-            host.ask("nokey", 20, "nonsense").ask("sync", 10, nullptr).ask("apps", 14, nullptr, applications);
+            auto const noNumber = query("json_diagnostic", "x"); // an id that cannot number a chunk
+            host.ask("nokey", 20, "nonsense").ask("chunk", 2, &noNumber);
+            host.ask("sync", 10, nullptr).ask("apps", 14, nullptr, applications);
             for (int unsupported : {3, 18, 21, 23, -1, 0, 28})
                 host.ask("id", unsupported, nullptr);
             host.send();
@@ -119,11 +121,13 @@ TEST_F(PluginCommands, EveryIdAnswersWithItsRecordOnTheSimulatedCameraRoundAfter
         "apps=0/0/1:1,2,3, switch=18/0 get=0/100001004/1 set=0/100001004 acquire=0/0 "
         "data=3/0/distance_image:5:101:sized data=3/0/result:6:500:sized data=3/0/result:6:305:sized "
         "data=3/0/z4_amplitude_png:5:130:sized data=3/100001003/bogus:0:0 format=0/100000003/1:<1> "
-        "rich=0/100000003 valid=0/0 invalid=0/100000004 free=0/0 freed=none nokey=21/100000004 sync=0/0 "
+        "rich=0/100000003 valid=0/0 invalid=0/100000004 free=0/0 freed=none nokey=21/100000004 chunk=none "
+        "sync=0/0 "
         "apps=0/0/2:1,2,3, id=none id=none id=none id=none id=none id=none id=none same nullhandle=none "
         "nullrequest=none descriptors +0, mappings +0, heap flat");
-    EXPECT_THAT(errors(), IsSupersetOf({"[VORN] unsupported command given: 3",
-                                        "[VORN] unsupported command given: -1"}));
+    EXPECT_THAT(errors(),
+                IsSupersetOf({"[VORN] unsupported command given: 3", "[VORN] unsupported command given: -1",
+                              "execute: json_diagnostic(x): stoul"}));
 }
 
 TEST_F(PluginCommands, WithoutTheCamerasServicesOrARequestPayloadEachCommandAnswersItsFailureStatus)

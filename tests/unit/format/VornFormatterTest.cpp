@@ -53,7 +53,11 @@ Case const cases[] = {
     {"float32", txt, 1.5, {{"displayformat", "fixed"}}, "1.500000"},
     {"float32", txt, 1.5, {{"precision", 2}, {"decimalseparator", ",;"}}, "1,50"},
     {"float32", txt, 1234.5, {{"precision", 2}, {"displayformat", "scientific"}}, "1.23e+03"},
-    {"float32", txt, 99.5, {{"precision", 1}, {"displayformat", "scientific"}}, "1.0e+02"}, // a tie, carried
+    // A tie is rounded away from zero, where the C library would round it to even.
+    {"float32", txt, 99.5, {{"precision", 1}, {"displayformat", "scientific"}}, "1.0e+02"}, // carried
+    {"float32", txt, -0.125, {{"precision", 2}}, "-0.13"},
+    {"float32", txt, 2.5, {{"precision", 0}}, "3"},
+    {"float32", txt, 125000, {{"precision", 1}, {"displayformat", "scientific"}}, "1.3e+05"},
     {"float32", txt, 0.1, {{"precision", 9}}, "0.100000000"},
     // Numeric fill: the sign first on signed types, zeros after it, no alignment; strings ignore it.
     {"float32", txt, 1.5, {{"numericfill", true}, {"width", 7}, {"precision", 1}, {"fill", "*"}}, "+0001.5"},

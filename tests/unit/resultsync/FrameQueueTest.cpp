@@ -102,10 +102,11 @@ TEST_F(FrameQueueTest, KeepsTheNewestFramesInOrderAcrossARestartAndRemovesEveryt
     none.removeAll();
     EXPECT_EQ(files(), 0);
 
-    // A folder that cannot be made is said once, at the start; one that can is made silently.
+    // A folder that cannot be made is said once, at the start; one that can is made and watched silently.
     std::ofstream(dir.file("plain")) << "a file, not a folder";
     testing::internal::CaptureStderr();
     FramePublisher(1, dir.file("made/on/demand"));
+    FrameClient(false, dir.file("made/on/demand"));
     FramePublisher(1, dir.file("plain/frames"));
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "FramePublisher: cannot create " + dir.file("plain/frames") + ": Not a directory\n");
@@ -191,10 +192,11 @@ TEST_F(FrameQueueTest, ServesAHostWithoutStandardInputAndLeavesNothingBehindRoun
             round(i);
         orv::test::ResourceUsage const growth = orv::test::ResourceUsage::now() - before;
         report += "descriptors +" + std::to_string(growth.descriptors) + ", mappings +" +
-                  std::to_string(growth.mappings) + (growth.heap < 2048 ? ", heap flat" : ", heap grew");
+                  std::to_string(growth.mappings) + (growth.heap < 2048 ? ", heap flat" : ", heap grew") +
+                  (fcntl(STDIN_FILENO, F_GETFD) < 0 ? ", 0 free" : ", 0 still open");
         parent.send(report);
         return 0;
     });
-    EXPECT_EQ(child.output, "1 woken, descriptors +0, mappings +0, heap flat") << child.errors;
+    EXPECT_EQ(child.output, "1 woken, descriptors +0, mappings +0, heap flat, 0 free") << child.errors;
     EXPECT_EQ(files(), 0);
 }
