@@ -39,8 +39,8 @@ public:
 
     Latest latest() const;
     // The id of the newest result the camera published, whether this feed or another client took
-    // it; empty before the first. Redis holds it longer than the one shown if another client takes
-    // the frames as fast as this feed.
+    // it; empty before the first. When another client takes most frames, the result shown can be
+    // old enough for the camera to have dropped it from Redis; this one is still there.
     std::string newest() const;
     // The /api/live object (and the "result" event): id, sequence, rate, model and the URLs.
     QJsonObject summary() const;
