@@ -5,13 +5,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
-#include <cstdio>
 #include <mutex>
 #include <thread>
 
 #include <event2/event.h>
 #include <event2/thread.h>
-#include <hiredis/adapters/libevent.h>
 #include <hiredis/async.h>
 #include <hiredis/hiredis.h>
 
@@ -80,24 +78,6 @@ void RedisLoggerPimpl::stopConfigThread()
     g_configTimer = nullptr;
 }
 
-redisAsyncContext* subscribeAsync(RedisLoggerPimpl const& pimpl, event_base* base, AsyncState& state,
-                                  redisCallbackFn* onMessage, void* data, char const* channel)
-{
-    redisAsyncContext* async = connectAsync(pimpl);
-    if (async == nullptr || async->err != 0) {
-        fprintf(stderr, "Error: %s\n", async != nullptr ? async->errstr : "cannot allocate connection");
-        if (async != nullptr)
-            redisAsyncFree(async);
-        return nullptr;
-    }
-    async->data = &state;
-    redisLibeventAttach(async, base);
-    redisAsyncSetConnectCallback(async, RedisLoggerPimpl::connectCallback);
-    redisAsyncSetDisconnectCallback(async, RedisLoggerPimpl::disconnectCallback);
-    redisAsyncCommand(async, onMessage, data, "SUBSCRIBE %s", channel);
-    return async;
-}
-
 void RedisLoggerPimpl::configThread(RedisLoggerPimpl* pimpl)
 {
     signal(SIGPIPE, SIG_IGN);
@@ -151,24 +131,6 @@ void RedisLoggerPimpl::timerFunc(int, short, void*)
 {
     if (!g_threadStarted)
         event_base_loopbreak(g_configEvLoop);
-}
-
-void RedisLoggerPimpl::connectCallback(redisAsyncContext const* context, int status)
-{
-    if (status == REDIS_OK)
-        return;
-    printf("Error: %s\n", context->errstr);
-    if (context->data != nullptr)
-        static_cast<AsyncState*>(context->data)->alive = false;
-}
-
-void RedisLoggerPimpl::disconnectCallback(redisAsyncContext const* context, int status)
-{
-    // hiredis frees the connection after this call, whatever the status.
-    if (context->data != nullptr)
-        static_cast<AsyncState*>(context->data)->alive = false;
-    if (status != REDIS_OK)
-        printf("Error: %s\n", context->errstr);
 }
 
 } // namespace Logger
