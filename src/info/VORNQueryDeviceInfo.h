@@ -28,9 +28,9 @@ public:
     DataBlock* execute(DataBlock const* request) override;
 
 private:
-    Logger::RedisLogger& m_logger;
+    [[maybe_unused]] Logger::RedisLogger& m_logger;    // held like every command's; this one writes no entry
     std::map<std::string, QueryDeviceInfo*> m_queries; // owned
-    IMirelConnector* m_connector;
+    [[maybe_unused]] IMirelConnector* m_connector;     // each query holds its own; kept for whoever looks
 };
 
 struct VORNDeviceInfoReply
