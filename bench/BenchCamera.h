@@ -18,6 +18,7 @@
 #include "core/CommandId.h"
 #include "core/DataBlock.h"
 #include "format/VORNFormatResults.h"
+#include "results/ResultKeys.h"
 #include "resultsync/FramePublisher.h"
 
 namespace orv {
@@ -74,8 +75,8 @@ public:
         if (m_picture.empty())
             m_picture = imageChunk(176, 132);
         uint32_t const size = uint32_t(m_picture.size());
-        return publish(model, {{"normalized_amplitude_image", m_picture.data(), size},
-                               {"distance_image", m_picture.data(), size}});
+        return publish(model, {{orv::ResultKeys::NormalizedAmplitudeImage, m_picture.data(), size},
+                               {orv::ResultKeys::DistanceImage, m_picture.data(), size}});
     }
 
     // A request of one command with a status word first in its reply; true when that word is 0.

@@ -16,6 +16,7 @@
 
 #include "BenchCamera.h"
 #include "ProcessMemory.h"
+#include "results/ResultKeys.h"
 
 using orv::bench::BenchCamera;
 
@@ -44,7 +45,8 @@ struct Fixture
     char const* cycle(std::string const& id)
     {
         char const* failed = camera.acquire(id) ? nullptr : "acquire";
-        for (char const* key : {"distance_image", "json_model", "json_diagnostic"}) {
+        for (char const* key :
+             {orv::ResultKeys::DistanceImage, orv::ResultKeys::JsonModel, orv::ResultKeys::JsonDiagnostic}) {
             if (!camera.query(key, id) && failed == nullptr)
                 failed = key;
         }

@@ -25,6 +25,7 @@
 #include "core/DataBlock.h"
 #include "device/DeviceReplies.h"
 #include "format/VORNFormatResults.h"
+#include "results/ResultKeys.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FrameClient.h"
 
@@ -97,8 +98,10 @@ public:
                 return; // every trigger publishes a result: seldom, so the camera keeps its 30 a second
             break;
         case QueryResultData: {
-            static char const* const keys[] = {"distance_image",   "json_model", "json_diagnostic",
-                                               "z4_amplitude_png", "x_image",    "bogus"};
+            static char const* const keys[] = {
+                orv::ResultKeys::DistanceImage,  orv::ResultKeys::JsonModel,
+                orv::ResultKeys::JsonDiagnostic, orv::ResultKeys::AmplitudePicture,
+                orv::ResultKeys::XImage,         "bogus"};
             payload.assign(512, 0);
             std::string const key = valid ? keys[pick(6)] : std::string(256, 'k');
             memcpy(payload.data(), key.data(), std::min<size_t>(256, key.size()));

@@ -24,6 +24,7 @@
 
 #include "BenchCamera.h"
 #include "WorkbenchServer.h"
+#include "results/ResultKeys.h"
 
 using orv::bench::BenchCamera;
 using Clock = std::chrono::steady_clock;
@@ -128,7 +129,8 @@ void Baseline(benchmark::State& state)
         std::string const id = f.publish();
         Clock::time_point const start = Clock::now();
         bool ok = f.camera.acquire(id);
-        for (char const* key : {"json_model", "z4_amplitude_png", "distance_image"})
+        for (char const* key :
+             {orv::ResultKeys::JsonModel, orv::ResultKeys::AmplitudePicture, orv::ResultKeys::DistanceImage})
             ok = f.camera.query(key, id) && ok;
         ok = f.camera.free(id) && ok;
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());

@@ -9,6 +9,7 @@
 #include "core/CommandId.h"
 #include "core/Paths.h"
 #include "core/VornStatus.h"
+#include "results/ResultKeys.h"
 #include "results/VORNResultRecords.h"
 #include "resultsync/FrameClient.h"
 #include "resultsync/FrameDirectory.h"
@@ -111,9 +112,9 @@ void LiveFeed::take(std::vector<std::string> const& ids)
                 return;
             }
             if (succeeded(plugin.call(orv::CommandId::AcquireResultId, next.id.c_str()))) {
-                next.model = payloadOf(query(plugin, next.id, "json_model"));
-                next.picture = payloadOf(query(plugin, next.id, "z4_amplitude_png"));
-                next.distance = query(plugin, next.id, "distance_image");
+                next.model = payloadOf(query(plugin, next.id, orv::ResultKeys::JsonModel));
+                next.picture = payloadOf(query(plugin, next.id, orv::ResultKeys::AmplitudePicture));
+                next.distance = query(plugin, next.id, orv::ResultKeys::DistanceImage);
             } else {
                 next.problem = "result " + next.id + " could not be acquired: another client took it";
             }
