@@ -45,7 +45,7 @@ bool DecimalText::halfway(double value, int decimals)
     if (decimals >= 0)
         return true;
     if (-decimals > 22) // 5^23 has more bits than m
-        return false;
+        return false;   // not reached: only values of 1e23 or more come here, and they have no tie
     uint64_t five = 1;
     for (int i = 0; i < -decimals; ++i)
         five *= 5;
