@@ -90,6 +90,8 @@ TEST(EepromOnDevices, CapabilitiesNeedTheListedBoardAndTheListedArticle)
     UmockdevTestbed testbed;
     // A capability in neither table is present on every device, readable EEPROMs or not.
     EXPECT_TRUE(ks_has_capability(static_cast<KSCapability_t>(77)));
+    // Asked of an article by name, only a capability with an article list can be present.
+    EXPECT_TRUE(ks_article_has_capability(KS_CAP_HIGH_RESOLUTION, "KV2210"));
     testbed.addEeprom("2-0053", eepromRecord('M', "M20", "KV2010AA"));
     testbed.addEeprom("2-0054", eepromRecord('F', "F40"));
     // Board and article listed; board listed (M20), but the article not.

@@ -109,6 +109,8 @@ TEST_F(Configuration, RefusesTextsThatWouldBreakTheLoggerAndKeepsWorkingWithTheS
                 ElementsAre("Log configuration not applied: max logs(0) is below 1",
                             "Log configuration not applied: SigSegV Regexp((a)\\123456) does not compile: a "
                             "repeat count or back-reference of more than five digits"));
+    kscom->setConfig(0xF0, 1, ""); // the least maximum there is
+    EXPECT_TRUE(kscom->log(RedisLogger::ERROR, "one") == 0 && redis().llen("LOG:ENTRIES") == 1);
 }
 
 TEST_F(Configuration, ReadsTextAfterTextWithoutKeepingAnyOfThem)

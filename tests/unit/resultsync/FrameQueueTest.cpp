@@ -60,8 +60,7 @@ TEST_F(FrameQueueTest, WakesAWaitingClientAndHandsOutEveryItemByKeyInPlaceAndAli
     ASSERT_EQ(size, 2000u);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(data) % 64, 0u);
     EXPECT_EQ(memcmp(data, pixels.data(), size), 0);
-    EXPECT_EQ(frame->getData("Image", &size), nullptr);
-    EXPECT_EQ(size, 0u);
+    EXPECT_TRUE(frame->getData("Image", &size) == nullptr && size == 0);
 
     // A single item's data begins where a second index entry would: it is never read as one.
     orv::resultsync::FrameFormat::IndexEntry const ghost{"ghost", 0, 8};
@@ -79,8 +78,7 @@ TEST_F(FrameQueueTest, ConsumersClaimEachFrameOnceOldestFirstWhileAnObserverLeav
     {
         FrameClient one(true, dir.path()), other(true, dir.path());
         std::unique_ptr<Frame> a = one.waitForFrame(0), b = other.waitForFrame(0), c = one.waitForFrame(0);
-        ASSERT_TRUE(a && b && c);
-        EXPECT_EQ(a->getId() + b->getId() + c->getId(), "789");
+        EXPECT_EQ(a && b && c ? a->getId() + b->getId() + c->getId() : "one missing", "789");
         EXPECT_FALSE(other.waitForFrame(0));
         EXPECT_EQ(files(), 3);
     } // deleting a claimed frame removes it
@@ -179,6 +177,7 @@ TEST_F(FrameQueueTest, ServesAHostWithoutStandardInputAndLeavesNothingBehindRoun
             FrameClient observer(false, dir.path()), consumer(true, dir.path());
             close(held); // then free again for the files they open
             std::ofstream(dir.file("taken-00000000000000000000-0.kvf")) << "claimed by a host that died";
+            std::ofstream(dir.file("frame-00000000000000000000-0.kvf")) << "shorter than a frame's header";
             publish(id);
             std::unique_ptr<Frame> const seen = observer.waitForFrame(0), taken = consumer.waitForFrame(0);
             if (!seen || !taken || seen->getId() != id || taken->getId() != id)
