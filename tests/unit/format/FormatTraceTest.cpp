@@ -126,6 +126,7 @@ TEST(FormatTrace, TheNoteOfEveryIntegerEdgeSaysWhatItsBytesHold)
         {"uint64", qlonglong(-1), {}, "18446744073709551615", "sign"},
         {"uint64", -1.5, {}, "18446744073709551615", "sign"},
         {"uint64", 2.5, {}, "3", "fraction rounded"},
+        {"uint64", 0.25, {}, "0", "fraction rounded"},
         {"uint64", 18446744073709551616.0, {}, "18446744073709551615", "clamped"},
         {"uint64", 1.8446744073709550e19, {}, "18446744073709549568", ""},
         {"uint64", nan, {}, "0", "not a number: 0 written"},

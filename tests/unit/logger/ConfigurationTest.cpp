@@ -37,12 +37,12 @@ TEST_F(Configuration, AppliesTextsForItsSourceOrAllThroughOneListenerThatEndsWit
     kscom->log(RedisLogger::DEBUG, "now visible");
 
     // Ignored: another process, no source, a source that is not text, no JSON. A member of the wrong
-    // type is skipped while the rest of its text applies.
+    // type, or one unknown, is skipped while the rest of its text applies.
     publish(R"({"source":"KSCOM","pid":)" + std::to_string(getpid() + 1) + R"(,"max":50})");
     publish(R"({"mask":1})");
     publish(R"({"source":5,"mask":1})");
     publish("not json");
-    publish(R"({"source":"KSCOM","mask":"1","max":20})");
+    publish(R"({"source":"KSCOM","mask":"1","max":20,"level":3})");
     // The announcement is written even when the very change it announces masks INFO out.
     publish(R"({"source":"KSCOM","pid":)" + std::to_string(getpid()) + R"(,"mask":240,"segvregex":"q{4}"})");
     EXPECT_THAT(announcementsAfter(4),
