@@ -23,7 +23,7 @@ export LSAN_OPTIONS="suppressions=$root/tests/lsan-suppressions.txt:print_suppre
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 # Tests start programs and the plug-in's child from a process whose loggers already run their
 # configuration thread: allowed here, ThreadSanitizer refuses forking with threads by default.
-export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:die_after_fork=0"
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:die_after_fork=0:suppressions=$root/tests/tsan-suppressions.txt"
 # The browser test is left to the native run: under a sanitizer the server is too slow for a camera
 # publishing in real time, and its server's code runs here in the workbench's own tests (test_e2e).
 log="$build/ctest.log"
